@@ -1,0 +1,32 @@
+# Compiler and linker settings shared by every target of the project.
+
+set(QEL_WARNINGS -Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Wundef)
+if(QEL_WERROR)
+  list(APPEND QEL_WARNINGS -Werror)
+endif()
+add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:${QEL_WARNINGS}>")
+
+if(QEL_SANITIZE)
+  add_compile_options(-fsanitize=${QEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${QEL_SANITIZE})
+endif()
+
+# The shared objects: C ABI outside, no exceptions, no RTTI, only the marked
+# functions exported, and no run-time dependency on libstdc++ or libgcc_s.
+# They are linked by the C driver so libstdc++ is never pulled in, and
+# --no-undefined turns any accidental use of it into a link error.
+function(qel_library_settings target)
+  target_compile_options(${target} PRIVATE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility-inlines-hidden>
+    -fvisibility=hidden)
+  set_target_properties(${target} PROPERTIES
+    LINKER_LANGUAGE C
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    C_VISIBILITY_PRESET hidden
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  if(NOT QEL_SANITIZE)
+    target_link_options(${target} PRIVATE -Wl,--no-undefined -Wl,--as-needed)
+  endif()
+endfunction()

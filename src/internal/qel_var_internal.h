@@ -1,0 +1,43 @@
+// Steps shared by the full variant's source files (lifecycle, construction,
+// copy); hidden from the shared object's exports.
+#ifndef QEL_INTERNAL_VAR_H
+#define QEL_INTERNAL_VAR_H
+
+#include <qel.h>
+
+#include <cstdint>
+
+namespace qel {
+
+enum class storage { bits32, bits64, bytes, record };
+
+// Storage class of a type code in constant time: bit tests on codes 0..9,
+// everything else (0 and 10 upward) is a record.
+constexpr storage storage_of(uint32_t type) {
+  if (type <= 9) {
+    const uint32_t bit = 1u << type;
+    if (bit & 0x22eu) return storage::bits32;
+    if (bit & 0x50u) return storage::bits64;
+    if (bit & 0x180u) return storage::bytes;
+  }
+  return storage::record;
+}
+static_assert(storage_of(0) == storage::record && storage_of(5) == storage::bits32 &&
+              storage_of(6) == storage::bits64 && storage_of(8) == storage::bytes &&
+              storage_of(9) == storage::bits32 && storage_of(0xFFFFFFFFu) == storage::record);
+
+}  // namespace qel
+
+// File-local steps of the lifecycle, shared between the variant's sources.
+// Requires: var's type and multi set, data uninitialised.
+void qel_var_init(qel_var *var, void *context, qel_schema_resolver resolver);
+// Requires: var's data initialised for its type and multi; leaves type, multi, schema.
+void qel_var_free_x(qel_var *var);
+// Requires: a qel_var * made by the library; frees it (element destructor).
+void qel_var_term(void *var);
+// Requires: a single record with an initialised, empty member hash.
+void qel_var_hash_new(qel_var *var, void *context, qel_schema_resolver resolver);
+// Requires: a single record; frees every member and nulls its hash entry.
+void qel_var_hash_free(qel_var *var);
+
+#endif

@@ -1,0 +1,267 @@
+/*
+ * qel_std.h - support containers of the qel library (libqel_std).
+ *
+ * Memory blocks, three growable value arrays (qel_arrayd, qel_arrayx,
+ * qel_array), a pointer array (qel_arrays), a hash keyed by byte strings
+ * (qel_hash), a byte stream (qel_stream), a byte string (qel_string) and two
+ * comparisons.  The leading fields of every record are part of the interface:
+ * callers may read them, and may write an array's `count` (up to `capacity`)
+ * and any entry's `buf`.  Fields named `priv_*` belong to the library.
+ *
+ * Conventions:
+ *  - Every entry between `count` and `capacity` is defined: zero-filled when
+ *    the array grows, so raising `count` or reading a `buf` below `capacity`
+ *    never sees garbage.
+ *  - Reads outside 0..count-1 give neutral results (0, NULL, length 0);
+ *    writes outside it do nothing.
+ *  - Pool offsets and lengths are 32-bit: a string pool never exceeds 4 GiB,
+ *    and an operation that would pass that limit changes nothing.
+ *  - qel_malloc never returns NULL; when memory runs out the process aborts.
+ *  - The constant int arguments of _init, _clone and qel_hash_init are
+ *    accepted for compatibility and ignored.
+ */
+#ifndef QEL_STD_H
+#define QEL_STD_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+/* The one export macro: marks every public function of both libraries. */
+#if defined(_WIN32)
+#define QEL_API
+#else
+#define QEL_API __attribute__((visibility("default")))
+#endif
+
+/* Layout checks usable from C99 (no _Static_assert there), C11 and C++. */
+#if defined(__cplusplus)
+#define QEL_STATIC_ASSERT(cond, name) static_assert(cond, #name)
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#define QEL_STATIC_ASSERT(cond, name) _Static_assert(cond, #name)
+#else
+#define QEL_STATIC_ASSERT(cond, name) typedef char qel_static_assert_##name[(cond) ? 1 : -1]
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- entries: 16 bytes each, `buf` always at byte offset 8 ---- */
+
+typedef struct qel_arrayd_entry {
+    uint32_t value; /* unsigned 32-bit integer, or the bits of a float */
+    uint64_t buf;   /* caller value, never interpreted */
+} qel_arrayd_entry;
+
+typedef struct qel_arrayx_entry {
+    int64_t value;  /* signed 64-bit integer, or the bits of a double */
+    uint64_t buf;
+} qel_arrayx_entry;
+
+typedef struct qel_array_entry {
+    uint32_t offset; /* first byte of the string in the array's pool */
+    uint32_t length; /* byte count */
+    uint64_t buf;    /* caller value; the tag operations use its low 32 bits */
+} qel_array_entry;
+
+/* ---- byte stream and byte string (exchangeable field for field) ---- */
+
+typedef struct qel_stream {
+    char *bytes;
+    int64_t length;   /* bytes in use */
+    int64_t capacity; /* bytes allocated */
+} qel_stream;
+
+typedef struct qel_string {
+    char *bytes;
+    int64_t length;
+    int64_t capacity;
+} qel_string;
+
+/* ---- growable arrays ---- */
+
+typedef struct qel_arrayd {
+    qel_arrayd_entry *entries;
+    int64_t count;
+    int64_t capacity;
+    void *priv_lookup; /* keyed-insert index, NULL until first needed */
+} qel_arrayd;
+
+typedef struct qel_arrayx {
+    qel_arrayx_entry *entries;
+    int64_t count;
+    int64_t capacity;
+    void *priv_lookup;
+} qel_arrayx;
+
+typedef struct qel_array {
+    qel_array_entry *entries;
+    int64_t count;
+    int64_t capacity;
+    qel_stream pool; /* the bytes of all strings, back to back */
+    void *priv_lookup;
+} qel_array;
+
+typedef struct qel_arrays {
+    void **entries;
+    int64_t count;
+    int64_t capacity;
+} qel_arrays;
+
+/* ---- hash keyed by byte strings; walks in insertion order ---- */
+
+typedef struct qel_hash_entry {
+    uint32_t key_offset; /* first byte of the key in key_pool */
+    uint32_t key_length;
+    void *value;
+    uint32_t priv_hash;
+    uint32_t priv_reserved;
+} qel_hash_entry;
+
+typedef struct qel_hash {
+    char *key_pool;
+    qel_hash_entry *priv_entries;
+    uint32_t *priv_slots;
+    uint32_t priv_key_length;
+    uint32_t priv_key_capacity;
+    uint32_t priv_count;
+    uint32_t priv_capacity;
+    uint32_t priv_slot_mask;
+    uint32_t priv_reserved;
+} qel_hash;
+
+typedef struct qel_char_view {
+    const char *bytes;
+    int64_t length;
+} qel_char_view;
+
+/* ---- memory ---- */
+
+/* Requires nothing; never returns NULL (aborts when memory runs out). */
+QEL_API void *qel_malloc(size_t size);
+/* Requires a block from qel_malloc, or NULL. */
+QEL_API void qel_free(void *block);
+
+/* ---- qel_arrayd: 32-bit values (unsigned order when sorted) ---- */
+
+QEL_API void qel_arrayd_init(qel_arrayd *a, int zero);
+QEL_API void qel_arrayd_term(qel_arrayd *a);
+QEL_API void qel_arrayd_append(qel_arrayd *a, uint32_t value, uint64_t buf);
+QEL_API void qel_arrayd_append_array(qel_arrayd *dst, const qel_arrayd *src);
+QEL_API void qel_arrayd_clone(const qel_arrayd *src, int zero1, qel_arrayd *dst, int zero2, int zero3);
+QEL_API void qel_arrayd_expand(qel_arrayd *a, int64_t n);
+QEL_API void qel_arrayd_remove_all(qel_arrayd *a);
+QEL_API int qel_arrayd_get_at(const qel_arrayd *a, int64_t index, uint32_t *out);
+QEL_API void qel_arrayd_set_at(qel_arrayd *a, int64_t index, uint32_t value, uint64_t buf);
+QEL_API int64_t qel_arrayd_find_index(const qel_arrayd *a, uint32_t value);
+QEL_API int64_t qel_arrayd_bfind_index(const qel_arrayd *a, uint32_t value);
+QEL_API qel_arrayd_entry *qel_arrayd_entry_insert(qel_arrayd *a, uint32_t value);
+QEL_API void qel_arrayd_qsort(qel_arrayd *a, int flag);
+
+/* ---- qel_arrayx: signed 64-bit values ---- */
+
+QEL_API void qel_arrayx_init(qel_arrayx *a, int zero);
+QEL_API void qel_arrayx_term(qel_arrayx *a);
+QEL_API void qel_arrayx_append(qel_arrayx *a, int64_t value, uint64_t buf);
+QEL_API void qel_arrayx_append_array(qel_arrayx *dst, const qel_arrayx *src);
+QEL_API void qel_arrayx_clone(const qel_arrayx *src, int zero1, qel_arrayx *dst, int zero2, int zero3);
+QEL_API void qel_arrayx_expand(qel_arrayx *a, int64_t n);
+QEL_API void qel_arrayx_remove_all(qel_arrayx *a);
+QEL_API int qel_arrayx_get_at(const qel_arrayx *a, int64_t index, int64_t *out);
+QEL_API void qel_arrayx_set_at(qel_arrayx *a, int64_t index, int64_t value, uint64_t buf);
+QEL_API int64_t qel_arrayx_find_index(const qel_arrayx *a, int64_t value);
+QEL_API int64_t qel_arrayx_bfind_index(const qel_arrayx *a, int64_t value);
+QEL_API qel_arrayx_entry *qel_arrayx_entry_insert(qel_arrayx *a, int64_t value);
+QEL_API void qel_arrayx_qsort(qel_arrayx *a, int flag);
+
+/* ---- qel_array: byte strings in one pool ---- */
+
+QEL_API void qel_array_init(qel_array *a, int zero);
+QEL_API void qel_array_term(qel_array *a);
+QEL_API void qel_array_append(qel_array *a, const char *bytes, int64_t length, uint32_t tag);
+QEL_API void qel_array_append_array(qel_array *dst, const qel_array *src);
+QEL_API void qel_array_clone(const qel_array *src, int zero1, qel_array *dst, int zero2, int zero3);
+QEL_API void qel_array_expand(qel_array *a, int64_t n);
+QEL_API void qel_array_remove_all(qel_array *a);
+QEL_API uint32_t qel_array_get_at(const qel_array *a, int64_t index, const char **bytes_out, int64_t *length_out);
+QEL_API void qel_array_set_at(qel_array *a, int64_t index, const char *bytes, int64_t length, uint32_t tag);
+QEL_API void qel_array_update_at(qel_array *a, int64_t index, uint32_t tag);
+QEL_API int64_t qel_array_find_index(const qel_array *a, const char *bytes, int64_t length);
+QEL_API int64_t qel_array_bfind_index(const qel_array *a, const char *bytes, int64_t length);
+QEL_API qel_array_entry *qel_array_entry_insert(qel_array *a, const char *bytes, int64_t length);
+QEL_API void qel_array_qsort(qel_array *a, int flag);
+
+/* ---- qel_arrays: pointers, not owned ---- */
+
+QEL_API void qel_arrays_init(qel_arrays *a, int zero);
+QEL_API void qel_arrays_term(qel_arrays *a);
+QEL_API void qel_arrays_append(qel_arrays *a, void *element);
+QEL_API void *qel_arrays_get_at(const qel_arrays *a, int64_t index);
+QEL_API void qel_arrays_free_all(qel_arrays *a, void (*destructor)(void *element));
+
+/* ---- qel_hash ---- */
+
+QEL_API void qel_hash_init(qel_hash *h, int one, int zero);
+QEL_API void qel_hash_term(qel_hash *h);
+QEL_API qel_hash_entry *qel_hash_insert(qel_hash *h, const char *key, int64_t length, void *value);
+QEL_API void *qel_hash_get(const qel_hash *h, const char *key, int64_t length);
+QEL_API qel_hash_entry *qel_hash_entry_first(qel_hash *h, void **cursor);
+QEL_API qel_hash_entry *qel_hash_entry_next(qel_hash *h, void **cursor, qel_hash_entry *entry);
+
+/* ---- qel_stream ---- */
+
+QEL_API void qel_stream_init(qel_stream *s);
+QEL_API void qel_stream_term(qel_stream *s);
+QEL_API void qel_stream_copy(qel_stream *s, const char *bytes, int64_t length);
+QEL_API void qel_stream_clone(const qel_stream *src, qel_stream *dst);
+QEL_API void qel_stream_append(qel_stream *s, const char *bytes, int64_t length);
+QEL_API void qel_stream_expand(qel_stream *s, int64_t n);
+QEL_API void qel_stream_zero(qel_stream *s, int64_t offset, int64_t n);
+QEL_API void qel_stream_shrink(qel_stream *s, int64_t n);
+QEL_API void qel_stream_swap_string(qel_stream *s, qel_string *str);
+
+/* ---- qel_string ---- */
+
+QEL_API void qel_string_init(qel_string *s);
+QEL_API void qel_string_term(qel_string *s);
+QEL_API void qel_string_copy(qel_string *s, const char *bytes, int64_t length);
+QEL_API void qel_string_shrink(qel_string *s, int64_t n);
+QEL_API void qel_string_trim(qel_string *s);
+
+/* ---- comparisons ---- */
+
+QEL_API int qel_char_compare(const qel_char_view *view, const char *bytes, int64_t length);
+QEL_API int qel_mem_cmp(const void *a, int64_t a_length, const void *b, int64_t b_length);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+/* ---- layouts the interface fixes ---- */
+
+QEL_STATIC_ASSERT(sizeof(qel_arrayd_entry) == 16, arrayd_entry_is_16_bytes);
+QEL_STATIC_ASSERT(sizeof(qel_arrayx_entry) == 16, arrayx_entry_is_16_bytes);
+QEL_STATIC_ASSERT(sizeof(qel_array_entry) == 16, array_entry_is_16_bytes);
+QEL_STATIC_ASSERT(offsetof(qel_arrayd_entry, buf) == 8, arrayd_buf_at_8);
+QEL_STATIC_ASSERT(offsetof(qel_arrayx_entry, buf) == 8, arrayx_buf_at_8);
+QEL_STATIC_ASSERT(offsetof(qel_array_entry, buf) == 8, array_buf_at_8);
+QEL_STATIC_ASSERT(offsetof(qel_array_entry, length) == 4, array_length_at_4);
+QEL_STATIC_ASSERT(offsetof(qel_arrayd, count) == sizeof(void *), arrayd_count_second);
+QEL_STATIC_ASSERT(offsetof(qel_arrayd, capacity) == sizeof(void *) + 8, arrayd_capacity_third);
+QEL_STATIC_ASSERT(offsetof(qel_arrayx, count) == sizeof(void *), arrayx_count_second);
+QEL_STATIC_ASSERT(offsetof(qel_arrayx, capacity) == sizeof(void *) + 8, arrayx_capacity_third);
+QEL_STATIC_ASSERT(offsetof(qel_array, count) == sizeof(void *), array_count_second);
+QEL_STATIC_ASSERT(offsetof(qel_array, capacity) == sizeof(void *) + 8, array_capacity_third);
+QEL_STATIC_ASSERT(offsetof(qel_array, pool) == sizeof(void *) + 16, array_pool_fourth);
+QEL_STATIC_ASSERT(offsetof(qel_arrays, count) == sizeof(void *), arrays_count_second);
+QEL_STATIC_ASSERT(offsetof(qel_arrays, capacity) == sizeof(void *) + 8, arrays_capacity_third);
+QEL_STATIC_ASSERT(offsetof(qel_stream, length) == sizeof(void *), stream_length_second);
+QEL_STATIC_ASSERT(offsetof(qel_stream, capacity) == sizeof(void *) + 8, stream_capacity_third);
+QEL_STATIC_ASSERT(sizeof(qel_string) == sizeof(qel_stream), string_matches_stream);
+QEL_STATIC_ASSERT(offsetof(qel_string, length) == offsetof(qel_stream, length), string_length_matches);
+QEL_STATIC_ASSERT(offsetof(qel_hash, key_pool) == 0, hash_key_pool_first);
+QEL_STATIC_ASSERT(offsetof(qel_hash_entry, key_length) == 4, hash_key_length_second);
+QEL_STATIC_ASSERT(offsetof(qel_hash_entry, value) == 8, hash_value_third);
+QEL_STATIC_ASSERT(offsetof(qel_char_view, length) == sizeof(void *), char_view_length_second);
+
+#endif /* QEL_STD_H */

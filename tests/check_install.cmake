@@ -1,0 +1,34 @@
+# Installs the build into a scratch prefix, then builds and runs a small C
+# program against it twice: through pkg-config and through find_package.
+file(REMOVE_RECURSE ${WORK_DIR})
+set(prefix ${WORK_DIR}/prefix)
+
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "failed: ${ARGN}\n${out}\n${err}")
+  endif()
+  set(run_output "${out}" PARENT_SCOPE)
+endfunction()
+
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+foreach(f include/qel.h include/qel_std.h lib/pkgconfig/qel.pc lib/cmake/qel/qelConfig.cmake)
+  if(NOT EXISTS ${prefix}/${f})
+    message(FATAL_ERROR "not installed: ${f}")
+  endif()
+endforeach()
+
+# pkg-config
+set(ENV{PKG_CONFIG_PATH} ${prefix}/lib/pkgconfig)
+run(pkg-config --cflags --libs qel)
+string(STRIP "${run_output}" flags)
+separate_arguments(flags UNIX_COMMAND "${flags}")
+run(${C_COMPILER} -std=c99 ${SOURCE_DIR}/consumer.c ${flags} -Wl,-rpath,${prefix}/lib -o ${WORK_DIR}/consumer_pc)
+run(${WORK_DIR}/consumer_pc)
+
+# find_package
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_C_COMPILER=${C_COMPILER}
+    -DCMAKE_BUILD_RPATH=${prefix}/lib)
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
+run(${WORK_DIR}/build/consumer)
+message(STATUS "pkg-config and find_package consumers built and ran")
