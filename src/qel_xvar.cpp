@@ -1,1 +1,338 @@
-// placeholder: written next
+// The light variant: one number or byte string, or an array of them, each
+// with a 64-bit caller value.  Codes 1 and 3 keep 32 bits, 2 and 4 keep 64
+// bits, 5 keeps byte strings; any other code has no storage.
+#include <qel.h>
+
+#include <cstdint>
+#include <cstring>
+#include <functional>
+
+#include "internal/qel_convert.h"
+#include "internal/qel_xvar_internal.h"
+
+namespace {
+
+using namespace qel::light;
+
+// ---- lifecycle steps ----
+
+// Requires: type and multi set, data zeroed or released.  Prepares empty storage.
+void qel_xvar_init(qel_xvar *v) {
+  if (v->multi) {
+    switch (v->type) {
+      case kU32: case kF32: qel_arrayd_init(&v->data.arrayd, 0); break;
+      case kI64: case kF64: qel_arrayx_init(&v->data.arrayx, 0); break;
+      case kStr: qel_array_init(&v->data.array, 0); break;
+      default: break;
+    }
+    return;
+  }
+  switch (v->type) {
+    case kU32: case kF32: v->data.single.value.bits32 = 0; break;
+    case kI64: case kF64: v->data.single.value.bits64 = 0; break;
+    case kStr: qel_string_init(&v->data.single.value.string); break;
+    default: return;
+  }
+  v->data.single.buf = 0;
+}
+
+// Requires: storage prepared for type and multi.  Releases it; type and multi stay.
+void qel_xvar_free_x(qel_xvar *v) {
+  if (v->multi) {
+    switch (v->type) {
+      case kU32: case kF32: qel_arrayd_term(&v->data.arrayd); break;
+      case kI64: case kF64: qel_arrayx_term(&v->data.arrayx); break;
+      case kStr: qel_array_term(&v->data.array); break;
+      default: break;
+    }
+    return;
+  }
+  switch (v->type) {
+    case kU32: case kF32: v->data.single.value.bits32 = 0; break;
+    case kI64: case kF64: v->data.single.value.bits64 = 0; break;
+    case kStr: qel_string_term(&v->data.single.value.string); break;
+    default: return;
+  }
+  v->data.single.buf = 0;
+}
+
+// Requires: as qel_xvar_free_x.  Second name of the same step.
+[[maybe_unused]] void qel_xvar_term(qel_xvar *v) { qel_xvar_free_x(v); }
+
+// Requires: an array header whose entries below capacity exist.  Entry count
+// after a shrink: n = 0 empties, negative n changes nothing, else min(n, capacity).
+template <class A>
+void shrink_array(A &a, int64_t n, void (*remove_all)(A *)) {
+  if (n == 0) remove_all(&a);
+  else if (n > 0) a.count = n < a.capacity ? n : a.capacity;
+}
+
+// ---- numbers ----
+
+// Requires: an array header.  Value of entry i, 0 outside 0..count-1.
+template <class A>
+auto value_at(const A &a, int64_t i) -> decltype(a.entries->value) {
+  return (i >= 0 && i < a.count) ? a.entries[i].value : 0;
+}
+
+// Requires: a valid record; C is int64_t, float or double.  Appends in the multi form.
+template <class C>
+void add_number(qel_xvar *v, C value) {
+  if (!v->multi) return;
+  switch (v->type) {
+    case kU32: case kF32: qel_arrayd_append(&v->data.arrayd, to_bits32(v->type, value), 0); break;
+    case kI64: case kF64: qel_arrayx_append(&v->data.arrayx, to_bits64(v->type, value), 0); break;
+    default: break;
+  }
+}
+
+// Requires: a valid record; buf_out NULL or writable.  Keyed insert in the multi form.
+template <class C>
+void add_number_x(qel_xvar *v, C value, uint64_t **buf_out) {
+  uint64_t *found = nullptr;
+  if (v->multi) {
+    switch (v->type) {
+      case kU32: case kF32: {
+        qel_arrayd_entry *e = qel_arrayd_entry_insert(&v->data.arrayd, to_bits32(v->type, value));
+        if (e) found = &e->buf;
+        break;
+      }
+      case kI64: case kF64: {
+        qel_arrayx_entry *e = qel_arrayx_entry_insert(&v->data.arrayx, to_bits64(v->type, value));
+        if (e) found = &e->buf;
+        break;
+      }
+      default: break;
+    }
+  }
+  if (buf_out) *buf_out = found;
+}
+
+// Requires: a valid record.  Overwrites one value; the single form ignores index.
+template <class C>
+void set_number(qel_xvar *v, int64_t index, C value) {
+  const uint32_t t = v->type;
+  if (!is_number(t)) return;
+  if (!v->multi) {
+    if (is_narrow(t)) v->data.single.value.bits32 = to_bits32(t, value);
+    else v->data.single.value.bits64 = static_cast<uint64_t>(to_bits64(t, value));
+  } else if (is_narrow(t)) {
+    qel_arrayd_set_at(&v->data.arrayd, index, to_bits32(t, value), 0);
+  } else {
+    qel_arrayx_set_at(&v->data.arrayx, index, to_bits64(t, value), 0);
+  }
+}
+
+// Requires: a valid record.  One value in the caller's kind; 0 when there is none.
+template <class R>
+R get_number(const qel_xvar *v, int64_t index) {
+  const uint32_t t = v->type;
+  if (!is_number(t)) return R{0};
+  if (is_narrow(t)) {
+    const uint32_t bits = v->multi ? value_at(v->data.arrayd, index) : v->data.single.value.bits32;
+    return from_bits32<R>(t, bits);
+  }
+  const int64_t bits =
+      v->multi ? value_at(v->data.arrayx, index) : static_cast<int64_t>(v->data.single.value.bits64);
+  return from_bits64<R>(t, bits);
+}
+
+// ---- caller values ----
+
+// Requires: an array header.  The caller value of entry index (negative: the
+// last entry in use), or NULL when that is not below the capacity.
+template <class A>
+uint64_t *buf_slot(const A &a, int64_t index) {
+  if (index < 0) index = a.count - 1;
+  if (index < 0 || index >= a.capacity) return nullptr;
+  return &a.entries[index].buf;
+}
+
+// Requires: a valid record.  The caller value addressed by index, or NULL.
+uint64_t *buf_of(const qel_xvar *v, int64_t index) {
+  if (!v->multi) return const_cast<uint64_t *>(&v->data.single.buf);
+  switch (v->type) {
+    case kU32: case kF32: return buf_slot(v->data.arrayd, index);
+    case kI64: case kF64: return buf_slot(v->data.arrayx, index);
+    case kStr: return buf_slot(v->data.array, index);
+    default: return nullptr;
+  }
+}
+
+// Requires: s a valid string; bytes readable for length.  True when the bytes
+// lie inside the string's own allocation.
+bool inside(const qel_string &s, const char *bytes, int64_t length) {
+  if (!s.bytes || length <= 0) return false;
+  const std::less_equal<const char *> le;
+  return le(s.bytes, bytes) && le(bytes, s.bytes + s.capacity);
+}
+
+}  // namespace
+
+extern "C" {
+
+// ---- lifecycle ----
+
+// Requires nothing.  A new record with empty storage for (type, multi).
+qel_xvar *qel_xvar_new(uint32_t type, uint8_t multi) {
+  auto *v = static_cast<qel_xvar *>(qel_malloc(sizeof(qel_xvar)));
+  if (!v) return nullptr;
+  std::memset(v, 0, sizeof *v);
+  v->type = type;
+  v->multi = multi;
+  qel_xvar_init(v);
+  return v;
+}
+
+// Requires a valid record.  Re-forms it empty unless type and multi byte are unchanged.
+void qel_xvar_change(qel_xvar *v, uint32_t type, uint8_t multi) {
+  if (v->type == type && v->multi == multi) return;
+  qel_xvar_free_x(v);
+  std::memset(&v->data, 0, sizeof v->data);
+  v->type = type;
+  v->multi = multi;
+  qel_xvar_init(v);
+}
+
+// Requires a record from qel_xvar_new; it is not used afterwards.
+void qel_xvar_free(qel_xvar *v) {
+  qel_xvar_free_x(v);
+  qel_free(v);
+}
+
+// Requires a valid record.  Single: clears value (a string is cut to n) and buf.
+// Multi: see shrink_array.
+void qel_xvar_shrink(qel_xvar *v, int64_t n) {
+  if (v->multi) {
+    switch (v->type) {
+      case kU32: case kF32: shrink_array(v->data.arrayd, n, qel_arrayd_remove_all); break;
+      case kI64: case kF64: shrink_array(v->data.arrayx, n, qel_arrayx_remove_all); break;
+      case kStr: shrink_array(v->data.array, n, qel_array_remove_all); break;
+      default: break;
+    }
+    return;
+  }
+  switch (v->type) {
+    case kU32: case kF32: v->data.single.value.bits32 = 0; break;
+    case kI64: case kF64: v->data.single.value.bits64 = 0; break;
+    case kStr: qel_string_shrink(&v->data.single.value.string, n); break;
+    default: return;
+  }
+  v->data.single.buf = 0;
+}
+
+// Requires a valid record.  Entries in use of an array; 0 for the single form.
+int64_t qel_xvar_size(const qel_xvar *v) {
+  if (!v->multi) return 0;
+  switch (v->type) {
+    case kU32: case kF32: return v->data.arrayd.count;
+    case kI64: case kF64: return v->data.arrayx.count;
+    case kStr: return v->data.array.count;
+    default: return 0;
+  }
+}
+
+// Requires a valid record.
+uint32_t qel_xvar_type(const qel_xvar *v) { return v->type; }
+
+// Requires a valid record.  The multi byte, sign-extended.
+int qel_xvar_multi(const qel_xvar *v) { return static_cast<int8_t>(v->multi); }
+
+// ---- numbers ----
+
+// Requires a valid record.  Appends to an array of codes 1 to 4.
+void qel_xvar_add_integer(qel_xvar *v, int64_t value) { add_number(v, value); }
+void qel_xvar_add_long(qel_xvar *v, int64_t value) { add_number(v, value); }
+void qel_xvar_add_float(qel_xvar *v, float value) { add_number(v, value); }
+void qel_xvar_add_double(qel_xvar *v, double value) { add_number(v, value); }
+
+// Requires a valid record; buf_out NULL or writable.  Keyed insert; *buf_out
+// gets the entry's caller value address, or NULL.
+void qel_xvar_add_integer_x(qel_xvar *v, int64_t value, uint64_t **buf_out) { add_number_x(v, value, buf_out); }
+void qel_xvar_add_long_x(qel_xvar *v, int64_t value, uint64_t **buf_out) { add_number_x(v, value, buf_out); }
+void qel_xvar_add_float_x(qel_xvar *v, float value, uint64_t **buf_out) { add_number_x(v, value, buf_out); }
+void qel_xvar_add_double_x(qel_xvar *v, double value, uint64_t **buf_out) { add_number_x(v, value, buf_out); }
+
+// Requires a valid record.  Overwrites a value of codes 1 to 4; buf stays in the single form.
+void qel_xvar_set_integer(qel_xvar *v, int64_t index, int64_t value) { set_number(v, index, value); }
+void qel_xvar_set_long(qel_xvar *v, int64_t index, int64_t value) { set_number(v, index, value); }
+void qel_xvar_set_float(qel_xvar *v, int64_t index, float value) { set_number(v, index, value); }
+void qel_xvar_set_double(qel_xvar *v, int64_t index, double value) { set_number(v, index, value); }
+
+// Requires a valid record.  A value of codes 1 to 4 in the caller's kind, else 0.
+int64_t qel_xvar_get_integer(const qel_xvar *v, int64_t index) { return get_number<int64_t>(v, index); }
+int64_t qel_xvar_get_long(const qel_xvar *v, int64_t index) { return get_number<int64_t>(v, index); }
+float qel_xvar_get_float(const qel_xvar *v, int64_t index) { return get_number<float>(v, index); }
+double qel_xvar_get_double(const qel_xvar *v, int64_t index) { return get_number<double>(v, index); }
+
+// ---- strings ----
+
+// Requires a valid record; str readable for length bytes (or NULL-terminated
+// when length is negative).  Appends to a string array.
+void qel_xvar_add_string(qel_xvar *v, const char *str, int64_t length) {
+  if (!v->multi || v->type != kStr) return;
+  if (!resolve_string(str, length)) return;
+  qel_array_append(&v->data.array, str, length, 0);
+}
+
+// Requires: as qel_xvar_add_string; buf_out NULL or writable.  Keyed insert.
+void qel_xvar_add_string_x(qel_xvar *v, const char *str, int64_t length, uint64_t **buf_out) {
+  uint64_t *found = nullptr;
+  if (v->multi && v->type == kStr && resolve_string(str, length)) {
+    qel_array_entry *e = qel_array_entry_insert(&v->data.array, str, length);
+    if (e) found = &e->buf;
+  }
+  if (buf_out) *buf_out = found;
+}
+
+// Requires: as qel_xvar_add_string.  Replaces the string (single) or entry index (array).
+void qel_xvar_set_string(qel_xvar *v, int64_t index, const char *str, int64_t length) {
+  if (!resolve_string(str, length) || v->type != kStr) return;
+  if (v->multi) {
+    qel_array_set_at(&v->data.array, index, str, length, 0);
+    return;
+  }
+  qel_string *s = &v->data.single.value.string;
+  if (!inside(*s, str, length)) {
+    qel_string_copy(s, str, length);
+    return;
+  }
+  // The bytes are the string's own: copy them out before it may move.
+  char *copy = static_cast<char *>(qel_malloc(static_cast<size_t>(length)));
+  std::memcpy(copy, str, static_cast<size_t>(length));
+  qel_string_copy(s, copy, length);
+  qel_free(copy);
+}
+
+// Requires a valid record; both outputs NULL or writable.  The bytes stay the
+// record's, valid until it next changes; NULL and 0 when there is no string.
+void qel_xvar_get_string(const qel_xvar *v, int64_t index, const char **str_out, int64_t *length_out) {
+  const char *bytes = nullptr;
+  int64_t length = 0;
+  if (v->type == kStr) {
+    if (!v->multi) {
+      bytes = v->data.single.value.string.bytes;
+      length = v->data.single.value.string.length;
+    } else {
+      qel_array_get_at(&v->data.array, index, &bytes, &length);
+    }
+  }
+  if (str_out) *str_out = bytes;
+  if (length_out) *length_out = length;
+}
+
+// ---- caller values ----
+
+// Requires a valid record.  Single: buf, any code.  Multi (codes 1 to 5): entry
+// index, negative meaning the last in use, ignored at or above the capacity.
+void qel_xvar_set_buf(qel_xvar *v, int64_t index, uint64_t value) {
+  if (uint64_t *slot = buf_of(v, index)) *slot = value;
+}
+
+// Requires a valid record.  As qel_xvar_set_buf; 0 where that would do nothing.
+uint64_t qel_xvar_get_buf(const qel_xvar *v, int64_t index) {
+  const uint64_t *slot = buf_of(v, index);
+  return slot ? *slot : 0;
+}
+
+}  // extern "C"
