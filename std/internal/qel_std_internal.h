@@ -1,0 +1,350 @@
+// qel_std_internal.h - private core of the support containers.
+//
+// Shared by libqel_std and libqel (never installed).  It holds the hot paths
+// of the 32-bit and 64-bit value arrays and the hash lookup as inline
+// functions, so that the variant library pays no cross-library call per
+// value; the exported functions of libqel_std are thin wrappers over these
+// same functions.  Everything here is hidden: each library gets its own copy.
+//
+// The keyed-insert index (priv_lookup) of a value array is an open-addressing
+// table of entry positions.  It remembers the count it describes and is only
+// trusted while the array's count still equals it; any code that moves or
+// rewrites entries without going through these functions must call
+// drop_lookup() first.
+#ifndef QEL_STD_INTERNAL_H
+#define QEL_STD_INTERNAL_H
+
+#include <qel_std.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#pragma GCC visibility push(hidden)
+
+namespace qel_detail {
+
+// ---------------------------------------------------------------- memory
+
+// Requires nothing; never returns (memory exhausted or a size beyond reach).
+[[noreturn]] inline void out_of_memory() { std::abort(); }
+
+// Requires nothing; returns a block of at least size bytes, never NULL.
+inline void *xmalloc(size_t size) {
+  void *p = std::malloc(size != 0 ? size : 1);
+  if (p == nullptr) out_of_memory();
+  return p;
+}
+
+// Requires nothing; returns a zeroed block of at least size bytes.
+inline void *xcalloc(size_t size) {
+  void *p = std::calloc(1, size != 0 ? size : 1);
+  if (p == nullptr) out_of_memory();
+  return p;
+}
+
+// Requires p NULL or from xmalloc/xrealloc; resizes it, never returns NULL.
+inline void *xrealloc(void *p, size_t size) {
+  void *q = std::realloc(p, size != 0 ? size : 1);
+  if (q == nullptr) out_of_memory();
+  return q;
+}
+
+// Largest entry count of any array: far beyond any real memory, small enough
+// that byte sizes and index-table sizes never overflow.
+inline constexpr int64_t kMaxEntries = INT64_MAX / 64;
+
+// Requires 0 <= cap, cap < needed <= kMaxEntries; the next capacity (x1.5).
+inline int64_t next_capacity(int64_t cap, int64_t needed) {
+  int64_t grown = cap + cap / 2;
+  if (grown < 8) grown = 8;
+  if (grown < needed) grown = needed;
+  if (grown > kMaxEntries) grown = kMaxEntries;
+  return grown;
+}
+
+// Requires entries of old_cap entries (or NULL when 0), new_cap > old_cap;
+// reallocates to new_cap entries and zero-fills the new ones.
+template <typename Entry>
+inline Entry *resize_entries(Entry *entries, int64_t old_cap, int64_t new_cap) {
+  auto *p = static_cast<Entry *>(
+      xrealloc(entries, static_cast<size_t>(new_cap) * sizeof(Entry)));
+  std::memset(static_cast<void *>(p + old_cap), 0,
+              static_cast<size_t>(new_cap - old_cap) * sizeof(Entry));
+  return p;
+}
+
+// Requires an array record; count clamped to 0..capacity (what readers use).
+template <typename A>
+inline int64_t in_use(const A *a) {
+  int64_t n = a->count;
+  if (n < 0) return 0;
+  return n < a->capacity ? n : a->capacity;
+}
+
+// ---------------------------------------------------------------- hashing
+
+// Requires nothing; a strong 64-bit mix (all input bits reach all outputs).
+inline uint64_t mix64(uint64_t x) {
+  x ^= x >> 33;
+  x *= 0xff51afd7ed558ccdULL;
+  x ^= x >> 33;
+  x *= 0xc4ceb9fe1a85ec53ULL;
+  x ^= x >> 33;
+  return x;
+}
+
+// Requires n readable bytes at p (p may be NULL when n is 0); hash of them.
+inline uint64_t hash_bytes(const char *p, size_t n) {
+  uint64_t h = 0x243f6a8885a308d3ULL ^ (static_cast<uint64_t>(n) * 0x9e3779b97f4a7c15ULL);
+  while (n >= 8) {
+    uint64_t w;
+    std::memcpy(&w, p, 8);
+    h = (h ^ w) * 0xbf58476d1ce4e5b9ULL;
+    h ^= h >> 31;
+    p += 8;
+    n -= 8;
+  }
+  if (n != 0) {
+    uint64_t w = 0;
+    std::memcpy(&w, p, n);
+    h = (h ^ w) * 0x94d049bb133111ebULL;
+  }
+  return mix64(h);
+}
+
+// ---------------------------------------------------------------- keyed-insert index
+
+// Header of an index block; the slot table follows it in the same block.
+// Integer arrays use one word per slot (position + 1, 0 = empty); string
+// arrays two (hash, position + 1).
+struct lookup {
+  int64_t count; // the array count this index describes
+  uint64_t mask; // slots - 1 (slots is a power of two)
+  uint64_t used; // occupied slots
+  uint64_t words_per_slot;
+};
+
+// Requires a block from make_lookup; its slot words.
+inline uint64_t *lookup_slots(lookup *lk) { return reinterpret_cast<uint64_t *>(lk + 1); }
+inline const uint64_t *lookup_slots(const lookup *lk) {
+  return reinterpret_cast<const uint64_t *>(lk + 1);
+}
+
+// Requires 0 <= n <= kMaxEntries; an empty index with room for n values at
+// load 1/2 or less.
+inline lookup *make_lookup(int64_t n, uint64_t words_per_slot) {
+  uint64_t slots = 16;
+  while (slots < 2 * static_cast<uint64_t>(n) + 2) slots *= 2;
+  auto *lk = static_cast<lookup *>(
+      xcalloc(sizeof(lookup) + static_cast<size_t>(slots * words_per_slot) * sizeof(uint64_t)));
+  lk->count = 0;
+  lk->mask = slots - 1;
+  lk->used = 0;
+  lk->words_per_slot = words_per_slot;
+  return lk;
+}
+
+// Requires nothing; frees the index and leaves NULL.
+inline void drop_lookup_field(void **field) {
+  std::free(*field);
+  *field = nullptr;
+}
+
+// Require an initialised array; frees and forgets its keyed-insert index.
+inline void drop_lookup(qel_arrayd *a) { drop_lookup_field(&a->priv_lookup); }
+inline void drop_lookup(qel_arrayx *a) { drop_lookup_field(&a->priv_lookup); }
+inline void drop_lookup(qel_array *a) { drop_lookup_field(&a->priv_lookup); }
+
+// The value bits of an integer entry as one word (equal values, equal words).
+inline uint64_t value_key(const qel_arrayd_entry &e) { return e.value; }
+inline uint64_t value_key(const qel_arrayx_entry &e) { return static_cast<uint64_t>(e.value); }
+
+// Requires an integer index and the entries it describes; position of key, or -1.
+template <typename Entry>
+inline int64_t ilookup_find(const lookup *lk, const Entry *entries, uint64_t key) {
+  const uint64_t *s = lookup_slots(lk);
+  uint64_t i = mix64(key) & lk->mask;
+  for (;;) {
+    uint64_t v = s[i];
+    if (v == 0) return -1;
+    if (value_key(entries[v - 1]) == key) return static_cast<int64_t>(v - 1);
+    i = (i + 1) & lk->mask;
+  }
+}
+
+// Requires an integer index with a free slot and key absent; records pos.
+inline void ilookup_place(lookup *lk, uint64_t key, int64_t pos) {
+  uint64_t *s = lookup_slots(lk);
+  uint64_t i = mix64(key) & lk->mask;
+  while (s[i] != 0) i = (i + 1) & lk->mask;
+  s[i] = static_cast<uint64_t>(pos) + 1;
+  lk->used++;
+}
+
+// Requires an integer index over entries; doubles its table, same contents.
+template <typename Entry>
+[[gnu::noinline]] inline lookup *ilookup_grow(lookup *lk, const Entry *entries) {
+  lookup *bigger = make_lookup(static_cast<int64_t>(lk->mask + 1), 1);
+  const uint64_t *s = lookup_slots(lk);
+  for (uint64_t i = 0; i <= lk->mask; i++)
+    if (s[i] != 0) ilookup_place(bigger, value_key(entries[s[i] - 1]), static_cast<int64_t>(s[i] - 1));
+  bigger->count = lk->count;
+  std::free(lk);
+  return bigger;
+}
+
+// Requires an integer index over entries[0..pos-1] and entries[pos] written;
+// extends it to entries[0..pos] (a value seen before keeps its lower position).
+template <typename Entry>
+inline lookup *ilookup_add(lookup *lk, const Entry *entries, int64_t pos) {
+  uint64_t key = value_key(entries[pos]);
+  if (ilookup_find(lk, entries, key) < 0) {
+    if (2 * (lk->used + 1) > lk->mask + 1) lk = ilookup_grow(lk, entries);
+    ilookup_place(lk, key, pos);
+  }
+  lk->count = pos + 1;
+  return lk;
+}
+
+// Requires n entries in use; a fresh index of them (lowest position wins).
+template <typename Entry>
+[[gnu::noinline]] inline lookup *ilookup_build(const Entry *entries, int64_t n) {
+  lookup *lk = make_lookup(n, 1);
+  for (int64_t i = 0; i < n; i++) {
+    uint64_t key = value_key(entries[i]);
+    if (ilookup_find(lk, entries, key) < 0) ilookup_place(lk, key, i);
+  }
+  lk->count = n;
+  return lk;
+}
+
+// Requires an array whose entry pos was just appended (count now pos + 1);
+// keeps its index right: extended if it described pos entries, else dropped.
+template <typename A>
+[[gnu::noinline]] inline void note_append(A *a, int64_t pos) {
+  auto *lk = static_cast<lookup *>(a->priv_lookup);
+  if (lk->count != pos) {
+    drop_lookup(a);
+    return;
+  }
+  a->priv_lookup = ilookup_add(lk, a->entries, pos);
+}
+
+// ---------------------------------------------------------------- value arrays
+
+// Requires an initialised array and 0 <= needed <= kMaxEntries; capacity of
+// at least needed entries, new ones zero-filled (exact, no extra room).
+template <typename A>
+inline void reserve_exact(A *a, int64_t needed) {
+  if (needed <= a->capacity) return;
+  a->entries = resize_entries(a->entries, a->capacity, needed);
+  a->capacity = needed;
+}
+
+// Requires an initialised array; clamps count into 0..capacity and makes
+// room for one more entry (growth by a factor).  Returns the new position.
+template <typename A>
+[[gnu::noinline]] inline int64_t prepare_append(A *a) {
+  int64_t n = in_use(a);
+  if (n != a->count) a->count = n;
+  if (n == a->capacity) {
+    if (n >= kMaxEntries) out_of_memory();
+    int64_t cap = next_capacity(a->capacity, n + 1);
+    a->entries = resize_entries(a->entries, a->capacity, cap);
+    a->capacity = cap;
+  }
+  return n;
+}
+
+// Require an initialised array; add one entry at the end (amortised O(1)).
+template <typename A, typename V>
+inline void value_append(A *a, V value, uint64_t buf) {
+  int64_t n = a->count;
+  if (n < 0 || n >= a->capacity) [[unlikely]]
+    n = prepare_append(a);
+  a->entries[n].value = value;
+  a->entries[n].buf = buf;
+  a->count = n + 1;
+  if (a->priv_lookup != nullptr) [[unlikely]]
+    note_append(a, n);
+}
+
+inline void append(qel_arrayd *a, uint32_t value, uint64_t buf) { value_append(a, value, buf); }
+inline void append(qel_arrayx *a, int64_t value, uint64_t buf) { value_append(a, value, buf); }
+
+// Require an initialised array and out non-NULL; entry index's value, or 0
+// (and result 0) outside 0..count-1.
+inline int get_at(const qel_arrayd *a, int64_t index, uint32_t *out) {
+  if (index >= 0 && index < a->count && index < a->capacity) {
+    *out = a->entries[index].value;
+    return 1;
+  }
+  *out = 0;
+  return 0;
+}
+inline int get_at(const qel_arrayx *a, int64_t index, int64_t *out) {
+  if (index >= 0 && index < a->count && index < a->capacity) {
+    *out = a->entries[index].value;
+    return 1;
+  }
+  *out = 0;
+  return 0;
+}
+
+// Require an initialised array; overwrite value and buf of entry index
+// (nothing outside 0..count-1).  The keyed-insert index is dropped.
+template <typename A, typename V>
+inline void value_set_at(A *a, int64_t index, V value, uint64_t buf) {
+  if (index >= 0 && index < a->count && index < a->capacity) {
+    a->entries[index].value = value;
+    a->entries[index].buf = buf;
+    if (a->priv_lookup != nullptr) drop_lookup(a);
+  }
+}
+inline void set_at(qel_arrayd *a, int64_t index, uint32_t value, uint64_t buf) {
+  value_set_at(a, index, value, buf);
+}
+inline void set_at(qel_arrayx *a, int64_t index, int64_t value, uint64_t buf) {
+  value_set_at(a, index, value, buf);
+}
+
+// ---------------------------------------------------------------- hash lookup
+
+// The 32 hash bits that a hash entry stores and its slots are placed by.
+inline uint32_t key_hash(const char *key, size_t length) {
+  return static_cast<uint32_t>(hash_bytes(key, length) >> 32);
+}
+
+// Requires an initialised hash; the newest entry under exactly these bytes,
+// or NULL (also for a negative length, or NULL key with a positive length).
+inline qel_hash_entry *hash_find(const qel_hash *h, const char *key, int64_t length) {
+  if (h->priv_count == 0 || length < 0 || length > UINT32_MAX || (key == nullptr && length > 0))
+    return nullptr;
+  const auto len = static_cast<size_t>(length);
+  const uint32_t hv = key_hash(key, len);
+  const uint32_t mask = h->priv_slot_mask;
+  uint32_t i = hv & mask;
+  for (;;) {
+    uint32_t s = h->priv_slots[i];
+    if (s == 0) return nullptr;
+    qel_hash_entry *e = &h->priv_entries[s - 1];
+    if (e->priv_hash == hv && e->key_length == len &&
+        (len == 0 || std::memcmp(h->key_pool + e->key_offset, key, len) == 0))
+      return e;
+    i = (i + 1) & mask;
+  }
+}
+
+// Requires an initialised hash; the value stored under these bytes or NULL.
+inline void *hash_get(const qel_hash *h, const char *key, int64_t length) {
+  qel_hash_entry *e = hash_find(h, key, length);
+  return e != nullptr ? e->value : nullptr;
+}
+
+} // namespace qel_detail
+
+#pragma GCC visibility pop
+
+#endif // QEL_STD_INTERNAL_H
