@@ -1,0 +1,174 @@
+// The float and double quicksort of qel_var_qsort (codes 5 and 6).
+//
+// One algorithm, fixed to the step because the order it leaves equal values
+// and NaNs in is part of the interface: median of three, a partition whose
+// scans test their bound before they read a value, a skip over the pivot's
+// equals, the longer part set aside on a 30-pair stack and the shorter sorted
+// next, and a selection pass for segments of 8 entries or fewer.  The
+// descending sort is the ascending one with its two ordering tests mirrored.
+// Entries move whole (value and caller value together, 16 bytes at a time);
+// nothing is allocated.
+//
+// Kept in a header so the tests can drive it on arrays they build by hand.
+#ifndef QEL_INTERNAL_FLOAT_SORT_H
+#define QEL_INTERNAL_FLOAT_SORT_H
+
+#include <qel_std.h>
+
+#include <bit>
+#include <cstdint>
+#include <type_traits>
+
+namespace qel::fsort {
+
+// Segments at stack depth k hold at most n / 2^k entries, and only segments
+// of more than 8 entries are pushed, so 30 pairs cover n <= 2^33.
+inline constexpr int kStackPairs = 30;
+inline constexpr int64_t kMaxEntries = int64_t{1} << 33;
+inline constexpr int64_t kSelectionMax = 8;
+
+// The three tests every comparison of the sort is made of.  All are ordered
+// comparisons: false whenever either side is a NaN.
+template <typename F, bool Ascending>
+struct order {
+  // x sorts after y.
+  static bool after(F x, F y) {
+    if constexpr (Ascending) return x > y;
+    else return x < y;
+  }
+  // x sorts at or before y (not the negation of after: NaNs fail both).
+  static bool at_or_before(F x, F y) {
+    if constexpr (Ascending) return x <= y;
+    else return x >= y;
+  }
+  static bool equal(F x, F y) { return x == y; }
+};
+
+// The stored value of an entry read as the float it holds.
+template <typename F, typename Entry>
+inline F value_of(const Entry &e) {
+  static_assert(sizeof(e.value) == sizeof(F), "entry value width must match the float type");
+  return std::bit_cast<F>(e.value);
+}
+
+// Requires two valid entries (may be the same one); exchanges them whole.
+template <typename Entry>
+inline void exchange(Entry *a, Entry *b) {
+  static_assert(sizeof(Entry) == 16 && std::is_trivially_copyable_v<Entry>);
+  const Entry saved = *a;
+  *a = *b;
+  *b = saved;
+}
+
+// Requires entries lo..hi valid, lo <= hi; finishes a short segment by
+// carrying the entry that sorts last to the moving end (lowest index wins
+// among equal candidates).
+template <typename F, bool Ascending, typename Entry>
+inline void selection_pass(Entry *a, int64_t lo, int64_t hi) {
+  using ord = order<F, Ascending>;
+  for (int64_t e = hi; e > lo; --e) {
+    int64_t m = lo;
+    F mv = value_of<F>(a[lo]);
+    for (int64_t p = lo + 1; p <= e; ++p) {
+      const F pv = value_of<F>(a[p]);
+      if (ord::after(pv, mv)) {
+        m = p;
+        mv = pv;
+      }
+    }
+    exchange(a + m, a + e);
+  }
+}
+
+// Requires `a` to point at n entries (n <= kMaxEntries; larger arrays are
+// left as they are).  Sorts them in place: ascending with Ascending, else
+// descending.
+template <typename F, bool Ascending, typename Entry>
+void quicksort(Entry *a, int64_t n) {
+  static_assert(std::is_same_v<F, float> || std::is_same_v<F, double>);
+  using ord = order<F, Ascending>;
+  if (n < 2 || n > kMaxEntries) return;
+
+  int64_t lo_stack[kStackPairs];
+  int64_t hi_stack[kStackPairs];
+  int depth = 0;
+  int64_t lo = 0;
+  int64_t hi = n - 1;
+
+  for (;;) {
+    const int64_t size = hi - lo + 1;
+    if (size <= kSelectionMax) {
+      selection_pass<F, Ascending>(a, lo, hi);
+    } else {
+      // Pivot: order first, middle and last.
+      int64_t mid = lo + size / 2;
+      if (ord::after(value_of<F>(a[lo]), value_of<F>(a[mid]))) exchange(a + lo, a + mid);
+      if (ord::after(value_of<F>(a[lo]), value_of<F>(a[hi]))) exchange(a + lo, a + hi);
+      if (ord::after(value_of<F>(a[mid]), value_of<F>(a[hi]))) exchange(a + mid, a + hi);
+      // The pivot entry only ever moves by an exchange that updates mid, so
+      // its value can stay in a register.
+      const F pivot = value_of<F>(a[mid]);
+
+      // Partition: every scan moves first, then tests its bound, then reads.
+      int64_t i = lo;
+      int64_t j = hi;
+      for (;;) {
+        if (mid > i) {
+          do ++i;
+          while (i < mid && ord::at_or_before(value_of<F>(a[i]), pivot));
+        }
+        if (mid <= i) {
+          do ++i;
+          while (i <= hi && ord::at_or_before(value_of<F>(a[i]), pivot));
+        }
+        do --j;
+        while (j > mid && ord::after(value_of<F>(a[j]), pivot));
+        if (j < i) break;
+        exchange(a + i, a + j);
+        if (mid == j) mid = i;
+      }
+
+      // Shorten the lower part by the pivot's equals at its upper end.
+      ++j;
+      if (mid < j) {
+        do --j;
+        while (j > mid && ord::equal(value_of<F>(a[j]), pivot));
+      }
+      if (mid >= j) {
+        do --j;
+        while (j > lo && ord::equal(value_of<F>(a[j]), pivot));
+      }
+
+      // Set the longer part aside, go on with the shorter one.
+      if (j - lo >= hi - i) {
+        if (lo < j) {
+          lo_stack[depth] = lo;
+          hi_stack[depth] = j;
+          ++depth;
+        }
+        if (i < hi) {
+          lo = i;
+          continue;
+        }
+      } else {
+        if (i < hi) {
+          lo_stack[depth] = i;
+          hi_stack[depth] = hi;
+          ++depth;
+        }
+        if (lo < j) {
+          hi = j;
+          continue;
+        }
+      }
+    }
+    // Pop the next pending segment.
+    if (--depth < 0) return;
+    lo = lo_stack[depth];
+    hi = hi_stack[depth];
+  }
+}
+
+}  // namespace qel::fsort
+
+#endif
