@@ -438,7 +438,7 @@ public:
     /* A new, empty schema. */
     schema() noexcept : p_(qel_var_schema_new()) {}
     /* Takes ownership of a schema from qel_var_schema_new (or NULL). */
-    static schema adopt(qel_schema *owned) noexcept { return schema(owned, 0); }
+    [[nodiscard]] static schema adopt(qel_schema *owned) noexcept { return schema(owned, 0); }
 
     schema(schema &&o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
     schema &operator=(schema &&o) noexcept {
@@ -450,7 +450,7 @@ public:
     ~schema() { qel_var_schema_free(p_); }
 
     qel_schema *get() const noexcept { return p_; }
-    qel_schema *release() noexcept { return std::exchange(p_, nullptr); }
+    [[nodiscard]] qel_schema *release() noexcept { return std::exchange(p_, nullptr); }
     void reset(qel_schema *owned = nullptr) noexcept { qel_var_schema_free(std::exchange(p_, owned)); }
     explicit operator bool() const noexcept { return p_ != nullptr; }
     operator schema_view() const noexcept { return schema_view(p_); }
@@ -851,27 +851,27 @@ public:
     explicit var(std::uint32_t type, std::uint8_t multi = form::single) noexcept : p_(qel_var_new(type, multi)) {}
 
     /* Same as the constructor. */
-    static var make(std::uint32_t type, std::uint8_t multi = form::single) noexcept { return var(type, multi); }
+    [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi = form::single) noexcept { return var(type, multi); }
     /* A variant whose schema comes from a callable resolver: r(type) is
      * called for the type and then for every member, depth first, while the
      * record and its nested members are built.  r only needs to live for the
      * call; if it throws, the program terminates. */
     template <resolver R>
-    static var make(std::uint32_t type, std::uint8_t multi, R &&r) noexcept {
+    [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi, R &&r) noexcept {
         using F = std::remove_reference_t<R>;
         return adopt(qel_var_new_x(type, multi, detail::context_of(r), &detail::resolver_trampoline<F>));
     }
     /* A variant whose schema is `s`, which also becomes the schema of every
      * member (so `s` must not list a single record member). */
-    static var make(std::uint32_t type, std::uint8_t multi, const qel::schema &s) noexcept {
+    [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi, const qel::schema &s) noexcept {
         return adopt(qel_var_new_x(type, multi, s.get(), nullptr));
     }
     /* The C form: a context and a C resolver (or NULL). */
-    static var make(std::uint32_t type, std::uint8_t multi, void *context, qel_schema_resolver r) noexcept {
+    [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi, void *context, qel_schema_resolver r) noexcept {
         return adopt(qel_var_new_x(type, multi, context, r));
     }
     /* Takes ownership of a variant from qel_var_new* (or NULL). */
-    static var adopt(qel_var *owned) noexcept {
+    [[nodiscard]] static var adopt(qel_var *owned) noexcept {
         var v;
         v.p_ = owned;
         return v;
@@ -890,7 +890,7 @@ public:
 
     using var_ops::get; /* get<T>(index) beside get() */
     qel_var *get() const noexcept { return p_; }
-    qel_var *release() noexcept { return std::exchange(p_, nullptr); }
+    [[nodiscard]] qel_var *release() noexcept { return std::exchange(p_, nullptr); }
     void reset(qel_var *owned = nullptr) noexcept {
         qel_var *old = std::exchange(p_, owned);
         if (old != nullptr) qel_var_free(old);
@@ -905,7 +905,7 @@ public:
     /* An independent deep copy, as qel_var_copy makes it into a fresh
      * variant: the same type code, form and schema, the value(s), members
      * and elements, and (single form) the caller value. */
-    var clone() const noexcept {
+    [[nodiscard]] var clone() const noexcept {
         /* Start from another code so that the copy re-forms the new variant
          * with src's type, form and schema. */
         var v(qel_var_type(p_) == 1 ? 2u : 1u, form::single);
@@ -998,8 +998,8 @@ class xvar {
 public:
     xvar() = default;
     explicit xvar(std::uint32_t type, std::uint8_t multi = form::single) noexcept : p_(qel_xvar_new(type, multi)) {}
-    static xvar make(std::uint32_t type, std::uint8_t multi = form::single) noexcept { return xvar(type, multi); }
-    static xvar adopt(qel_xvar *owned) noexcept {
+    [[nodiscard]] static xvar make(std::uint32_t type, std::uint8_t multi = form::single) noexcept { return xvar(type, multi); }
+    [[nodiscard]] static xvar adopt(qel_xvar *owned) noexcept {
         xvar v;
         v.p_ = owned;
         return v;
@@ -1017,7 +1017,7 @@ public:
     }
 
     qel_xvar *get() const noexcept { return p_; }
-    qel_xvar *release() noexcept { return std::exchange(p_, nullptr); }
+    [[nodiscard]] qel_xvar *release() noexcept { return std::exchange(p_, nullptr); }
     void reset(qel_xvar *owned = nullptr) noexcept {
         qel_xvar *old = std::exchange(p_, owned);
         if (old != nullptr) qel_xvar_free(old);
@@ -1128,8 +1128,8 @@ class xvars {
 public:
     xvars() = default;
     explicit xvars(std::uint32_t type, std::uint8_t multi = form::single) noexcept : p_(qel_xvars_new(type, multi)) {}
-    static xvars make(std::uint32_t type, std::uint8_t multi = form::single) noexcept { return xvars(type, multi); }
-    static xvars adopt(qel_xvars *owned) noexcept {
+    [[nodiscard]] static xvars make(std::uint32_t type, std::uint8_t multi = form::single) noexcept { return xvars(type, multi); }
+    [[nodiscard]] static xvars adopt(qel_xvars *owned) noexcept {
         xvars v;
         v.p_ = owned;
         return v;
@@ -1147,7 +1147,7 @@ public:
     }
 
     qel_xvars *get() const noexcept { return p_; }
-    qel_xvars *release() noexcept { return std::exchange(p_, nullptr); }
+    [[nodiscard]] qel_xvars *release() noexcept { return std::exchange(p_, nullptr); }
     void reset(qel_xvars *owned = nullptr) noexcept {
         qel_xvars *old = std::exchange(p_, owned);
         if (old != nullptr) qel_xvars_free(old);
