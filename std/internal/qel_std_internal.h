@@ -51,9 +51,10 @@ inline void *xrealloc(void *p, size_t size) {
   return q;
 }
 
-// Largest entry count of any array: far beyond any real memory, small enough
-// that byte sizes and index-table sizes never overflow.
-inline constexpr int64_t kMaxEntries = INT64_MAX / 64;
+// Largest entry count of any array (2^55): far beyond any real memory, small
+// enough that byte sizes, index tables and sort records (56-bit positions)
+// never overflow.
+inline constexpr int64_t kMaxEntries = int64_t{1} << 55;
 
 // Requires 0 <= cap, cap < needed <= kMaxEntries; the next capacity (x1.5).
 inline int64_t next_capacity(int64_t cap, int64_t needed) {
@@ -132,11 +133,16 @@ inline const uint64_t *lookup_slots(const lookup *lk) {
   return reinterpret_cast<const uint64_t *>(lk + 1);
 }
 
-// Requires 0 <= n <= kMaxEntries; an empty index with room for n values at
-// load 1/2 or less.
-inline lookup *make_lookup(int64_t n, uint64_t words_per_slot) {
+// Requires 0 <= n <= kMaxEntries; the slot count (a power of two) that
+// holds n values at load 1/2 or less.
+inline uint64_t slots_for(int64_t n) {
   uint64_t slots = 16;
   while (slots < 2 * static_cast<uint64_t>(n) + 2) slots *= 2;
+  return slots;
+}
+
+// Requires slots a power of two; an empty index of that many slots.
+inline lookup *make_lookup(uint64_t slots, uint64_t words_per_slot) {
   auto *lk = static_cast<lookup *>(
       xcalloc(sizeof(lookup) + static_cast<size_t>(slots * words_per_slot) * sizeof(uint64_t)));
   lk->count = 0;
@@ -186,7 +192,7 @@ inline void ilookup_place(lookup *lk, uint64_t key, int64_t pos) {
 // Requires an integer index over entries; doubles its table, same contents.
 template <typename Entry>
 [[gnu::noinline]] inline lookup *ilookup_grow(lookup *lk, const Entry *entries) {
-  lookup *bigger = make_lookup(static_cast<int64_t>(lk->mask + 1), 1);
+  lookup *bigger = make_lookup(2 * (lk->mask + 1), 1);
   const uint64_t *s = lookup_slots(lk);
   for (uint64_t i = 0; i <= lk->mask; i++)
     if (s[i] != 0) ilookup_place(bigger, value_key(entries[s[i] - 1]), static_cast<int64_t>(s[i] - 1));
@@ -211,7 +217,7 @@ inline lookup *ilookup_add(lookup *lk, const Entry *entries, int64_t pos) {
 // Requires n entries in use; a fresh index of them (lowest position wins).
 template <typename Entry>
 [[gnu::noinline]] inline lookup *ilookup_build(const Entry *entries, int64_t n) {
-  lookup *lk = make_lookup(n, 1);
+  lookup *lk = make_lookup(slots_for(n), 1);
   for (int64_t i = 0; i < n; i++) {
     uint64_t key = value_key(entries[i]);
     if (ilookup_find(lk, entries, key) < 0) ilookup_place(lk, key, i);
