@@ -433,12 +433,14 @@ TEST(CppVarAccessors, KeyedInsertFindAndCallerValues) {
 
 TEST(CppVarAccessors, SortAndBinarySearch) {
     qel::var d(qel::code::f64, qel::form::multi);
-    d.add_all({3.0, -1.0, 2.0, 0.5});
+    d.add_all({3.0, 1.0, 2.0, 0.5});
     d.sort();
-    EXPECT_TRUE(std::ranges::equal(d.values<double>(), std::array{-1.0, 0.5, 2.0, 3.0}));
+    EXPECT_TRUE(std::ranges::equal(d.values<double>(), std::array{0.5, 1.0, 2.0, 3.0}));
     EXPECT_EQ(d.bfind(2), 2);
+    EXPECT_EQ(d.bfind(2.5), -1);
+    d.add(-1.0);
     d.sort(qel::order::descending);
-    EXPECT_TRUE(std::ranges::equal(d.values<double>(), std::array{3.0, 2.0, 0.5, -1.0}));
+    EXPECT_TRUE(std::ranges::equal(d.values<double>(), std::array{3.0, 2.0, 1.0, 0.5, -1.0}));
 
     qel::var s(qel::code::bytes, qel::form::multi);
     s.add_all({"pear", "apple", "fig"});
