@@ -619,13 +619,13 @@ TEST(CppVarResolver, EveryKindOfCallable) {
     probe p;
     auto z = qel::var::make(4, 0, p);
     EXPECT_EQ(p.calls, 1);  // the caller's object itself was called
-    auto t = qel::var::make(4, 0, probe{});  // a temporary lives through the call
-    EXPECT_TRUE(t);
+    auto from_temp = qel::var::make(4, 0, probe{});  // a temporary lives through the call
+    EXPECT_TRUE(from_temp);
 
     // A function object passed as a const lvalue, returning a qel::schema *.
     struct by_table {
         const qel::schema *for12;
-        const qel::schema *operator()(uint32_t t) const { return t == 12 ? for12 : nullptr; }
+        const qel::schema *operator()(uint32_t code) const { return code == 12 ? for12 : nullptr; }
     };
     const by_table table{&s};
     auto b = qel::var::make(12, 0, table);
