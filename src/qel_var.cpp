@@ -1,1 +1,482 @@
-// placeholder: written next
+// The full variant's core: lifecycle, creation and release of a record's
+// members, the numeric and string accessors and the variant-to-variant moves.
+// Deep copy and append are in qel_var_copy.cpp.
+#include "internal/qel_convert.h"
+#include "internal/qel_var_internal.h"
+#include "qel_std_internal.h"
+
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <type_traits>
+
+namespace conv = qel::conv;
+using qel::storage;
+using qel::storage_of;
+
+namespace {
+
+// ---- caller kind -> stored bits ----
+
+inline uint32_t to_u32(int64_t v) { return conv::low32(v); }
+inline uint32_t to_u32(float f) { return conv::low32(conv::truncate(f)); }
+inline uint32_t to_u32(double d) { return conv::low32(conv::truncate(d)); }
+inline uint32_t to_f32(int64_t v) { return conv::float_bits(conv::to_float(v)); }
+inline uint32_t to_f32(float f) { return conv::float_bits(f); }
+inline uint32_t to_f32(double d) { return conv::float_bits(conv::to_float(d)); }
+inline int64_t to_i64(int64_t v) { return v; }
+inline int64_t to_i64(float f) { return conv::truncate(f); }
+inline int64_t to_i64(double d) { return conv::truncate(d); }
+inline int64_t to_f64(int64_t v) { return conv::double_bits(conv::to_double(v)); }
+inline int64_t to_f64(float f) { return conv::double_bits(static_cast<double>(f)); }
+inline int64_t to_f64(double d) { return conv::double_bits(d); }
+
+// ---- stored value -> caller kind (T is int64_t, float or double) ----
+
+template <class T>
+T from_u32(uint32_t u) {
+  if constexpr (std::is_same_v<T, int64_t>) return u;
+  else if constexpr (std::is_same_v<T, float>) return conv::to_float(u);
+  else return static_cast<double>(u);
+}
+template <class T>
+T from_f32(float f) {
+  if constexpr (std::is_same_v<T, int64_t>) return conv::truncate(f);
+  else if constexpr (std::is_same_v<T, float>) return f;
+  else return static_cast<double>(f);
+}
+template <class T>
+T from_i64(int64_t n) {
+  if constexpr (std::is_same_v<T, int64_t>) return n;
+  else if constexpr (std::is_same_v<T, float>) return conv::to_float(n);
+  else return conv::to_double(n);
+}
+template <class T>
+T from_f64(double d) {
+  if constexpr (std::is_same_v<T, int64_t>) return conv::truncate(d);
+  else if constexpr (std::is_same_v<T, float>) return conv::to_float(d);
+  else return d;
+}
+
+// ---- raw slots ----
+// Array elements go through the containers' inline core (the same code as
+// their exported get_at/set_at/append, without a call into libqel_std).
+// Outside 0..count-1 a read gives 0 and a write does nothing.
+
+// Requires a variant of the 32-bit class.
+inline uint32_t get32(const qel_var *var, int64_t index) {
+  if (var->multi == 0) return var->data.bits32;
+  uint32_t bits;
+  qel_detail::get_at(&var->data.arrayd, index, &bits);
+  return bits;
+}
+// Requires a variant of the 64-bit class.
+inline int64_t get64(const qel_var *var, int64_t index) {
+  if (var->multi == 0) return static_cast<int64_t>(var->data.bits64);
+  int64_t bits;
+  qel_detail::get_at(&var->data.arrayx, index, &bits);
+  return bits;
+}
+// Requires a variant of the 32-bit class.
+inline void put32(qel_var *var, int64_t index, uint32_t bits) {
+  if (var->multi == 0) var->data.bits32 = bits;
+  else qel_detail::set_at(&var->data.arrayd, index, bits, 0);
+}
+// Requires a variant of the 64-bit class.
+inline void put64(qel_var *var, int64_t index, int64_t bits) {
+  if (var->multi == 0) var->data.bits64 = static_cast<uint64_t>(bits);
+  else qel_detail::set_at(&var->data.arrayx, index, bits, 0);
+}
+
+// ---- the typed accessors, one dispatch per call ----
+
+// Requires a variant; appends the converted value to a numeric array.
+template <class T>
+void add_value(qel_var *var, T v) {
+  if (var->multi == 0) return;
+  switch (var->type) {
+    case 1: case 2: case 3: case 9: qel_detail::append(&var->data.arrayd, to_u32(v), 0); return;
+    case 5: qel_detail::append(&var->data.arrayd, to_f32(v), 0); return;
+    case 4: qel_detail::append(&var->data.arrayx, to_i64(v), 0); return;
+    case 6: qel_detail::append(&var->data.arrayx, to_f64(v), 0); return;
+    default: return;  // 0, 7, 8 and the record codes
+  }
+}
+
+// Requires a variant; stores the converted value (single form ignores index).
+template <class T>
+void set_value(qel_var *var, int64_t index, T v) {
+  switch (var->type) {
+    case 1: case 2: case 3: case 9: put32(var, index, to_u32(v)); return;
+    case 5: put32(var, index, to_f32(v)); return;
+    case 4: put64(var, index, to_i64(v)); return;
+    case 6: put64(var, index, to_f64(v)); return;
+    default: return;
+  }
+}
+
+// Requires a variant; the stored value converted to T, or 0.
+template <class T>
+T get_value(const qel_var *var, int64_t index) {
+  switch (var->type) {
+    case 1: case 2: case 3: case 9: return from_u32<T>(get32(var, index));
+    case 5: return from_f32<T>(conv::bits_float(get32(var, index)));
+    case 4: return from_i64<T>(get64(var, index));
+    case 6: return from_f64<T>(conv::bits_double(get64(var, index)));
+    default: return T{};
+  }
+}
+
+// ---- strings ----
+
+// Requires nothing: applies the length rule (negative = strlen, NULL = 0).
+// False when the bytes cannot be read: NULL with a positive length.
+inline bool measure(const char *text, int64_t &length) {
+  if (length < 0) {
+    length = text != nullptr ? static_cast<int64_t>(std::strlen(text)) : 0;
+    return true;
+  }
+  return text != nullptr || length == 0;
+}
+
+// Requires n >= 0 readable bytes at src: a private copy of them, on the stack
+// when small, so they survive changes to the storage they came from.
+class byte_copy {
+ public:
+  byte_copy(const char *src, int64_t n)
+      : bytes_(n <= static_cast<int64_t>(sizeof local_) ? local_
+                                                         : static_cast<char *>(qel_malloc(static_cast<size_t>(n)))),
+        length_(n) {
+    if (n > 0) std::memcpy(bytes_, src, static_cast<size_t>(n));
+  }
+  ~byte_copy() {
+    if (bytes_ != local_) qel_free(bytes_);
+  }
+  byte_copy(const byte_copy &) = delete;
+  byte_copy &operator=(const byte_copy &) = delete;
+  const char *bytes() const { return bytes_; }
+  int64_t length() const { return length_; }
+
+ private:
+  char local_[256];
+  char *bytes_;
+  int64_t length_;
+};
+
+// Requires an initialised stream and length readable bytes at text: replaces
+// the contents, also when the bytes lie in the stream itself (the copy may
+// move them before reading).
+void stream_assign(qel_stream *s, const char *text, int64_t length) {
+  const auto t = reinterpret_cast<uintptr_t>(text);
+  const auto b = reinterpret_cast<uintptr_t>(s->bytes);
+  if (length > 0 && s->bytes != nullptr && t < b + static_cast<uint64_t>(s->capacity) &&
+      t + static_cast<uint64_t>(length) > b) {
+    const byte_copy own(text, length);
+    qel_stream_copy(s, own.bytes(), length);
+    return;
+  }
+  qel_stream_copy(s, text, length);
+}
+
+// Requires two initialised arrays of one kind: appends src to dst, also when
+// they are the same array (then through a copy of its entries).
+void append_all(qel_arrayd *dst, const qel_arrayd *src) {
+  if (dst != src) return qel_arrayd_append_array(dst, src);
+  qel_arrayd copy;
+  qel_arrayd_init(&copy, 0);
+  qel_arrayd_clone(src, 0, &copy, 0, 0);
+  qel_arrayd_append_array(dst, &copy);
+  qel_arrayd_term(&copy);
+}
+void append_all(qel_arrayx *dst, const qel_arrayx *src) {
+  if (dst != src) return qel_arrayx_append_array(dst, src);
+  qel_arrayx copy;
+  qel_arrayx_init(&copy, 0);
+  qel_arrayx_clone(src, 0, &copy, 0, 0);
+  qel_arrayx_append_array(dst, &copy);
+  qel_arrayx_term(&copy);
+}
+void append_all(qel_array *dst, const qel_array *src) {
+  if (dst != src) return qel_array_append_array(dst, src);
+  qel_array copy;
+  qel_array_init(&copy, 0);
+  qel_array_clone(src, 0, &copy, 0, 0);
+  qel_array_append_array(dst, &copy);
+  qel_array_term(&copy);
+}
+
+// ---- member creation ----
+
+// Requires a single record with an initialised, empty member hash: creates the
+// members its schema lists, unless the schema is already being built further
+// up this path or the path is at the depth bound (then the record stays
+// without members).
+void hash_new_at(qel_var *var, void *context, qel_schema_resolver resolver, const qel::build_path *up) {
+  const qel_schema *schema = var->schema;
+  if (schema == nullptr) return;
+  const unsigned depth = up != nullptr ? up->depth + 1 : 1;
+  if (depth > qel::kMaxBuildDepth) return;
+  for (const qel::build_path *p = up; p != nullptr; p = p->up)
+    if (p->schema == schema) return;
+  const qel::build_path here{schema, up, depth};
+  for (int64_t i = 0; i < schema->count; ++i) {
+    const char *name = nullptr;
+    int64_t length = 0;
+    const uint32_t tag = qel_array_get_at(schema, i, &name, &length);
+    qel_var *member = qel::var_new_at(tag & 0xFFFFu, static_cast<uint8_t>(tag >> 16), context, resolver, &here);
+    // Read the name again: a resolver may have added to this schema meanwhile.
+    qel_array_get_at(schema, i, &name, &length);
+    qel_hash_entry *entry = qel_hash_insert(&var->data.members, name, length, member);
+    if (entry == nullptr || entry->value != member) qel_var_free(member);  // the hash kept no place for it
+  }
+}
+
+}  // namespace
+
+// ---- lifecycle ----
+
+qel_var *qel::var_alloc(uint32_t type, uint8_t multi, qel_schema *schema) {
+  qel_var *var = ::new (qel_malloc(sizeof(qel_var))) qel_var;
+  var->type = type;
+  var->multi = multi;
+  var->schema = schema;
+  var->buf = 0;
+  return var;
+}
+
+void qel::var_init_at(qel_var *var, void *context, qel_schema_resolver resolver, const build_path *path) {
+  const storage cls = storage_of(var->type);
+  if (var->multi != 0) {
+    switch (cls) {
+      case storage::bits32: qel_arrayd_init(&var->data.arrayd, 0); return;
+      case storage::bits64: qel_arrayx_init(&var->data.arrayx, 0); return;
+      case storage::bytes: qel_array_init(&var->data.array, 0); return;
+      case storage::record: qel_arrays_init(&var->data.vars, 0); return;
+    }
+  }
+  switch (cls) {
+    case storage::bits32: var->data.bits32 = 0; break;
+    case storage::bits64: var->data.bits64 = 0; break;
+    case storage::bytes: qel_stream_init(&var->data.stream); break;
+    case storage::record:
+      qel_hash_init(&var->data.members, 1, 0);
+      hash_new_at(var, context, resolver, path);
+      break;
+  }
+  var->buf = 0;
+}
+
+void qel_var_init(qel_var *var, void *context, qel_schema_resolver resolver) {
+  qel::var_init_at(var, context, resolver, nullptr);
+}
+
+void qel_var_free_x(qel_var *var) {
+  const storage cls = storage_of(var->type);
+  if (var->multi != 0) {
+    switch (cls) {
+      case storage::bits32: qel_arrayd_term(&var->data.arrayd); return;
+      case storage::bits64: qel_arrayx_term(&var->data.arrayx); return;
+      case storage::bytes: qel_array_term(&var->data.array); return;
+      case storage::record:
+        qel_arrays_free_all(&var->data.vars, qel_var_term);
+        qel_arrays_term(&var->data.vars);
+        return;
+    }
+  }
+  switch (cls) {
+    case storage::bits32: var->data.bits32 = 0; break;
+    case storage::bits64: var->data.bits64 = 0; break;
+    case storage::bytes: qel_stream_term(&var->data.stream); break;
+    case storage::record:
+      qel_var_hash_free(var);
+      qel_hash_term(&var->data.members);
+      break;
+  }
+  var->buf = 0;
+}
+
+void qel_var_term(void *var) { qel_var_free(static_cast<qel_var *>(var)); }
+
+void qel_var_hash_new(qel_var *var, void *context, qel_schema_resolver resolver) {
+  hash_new_at(var, context, resolver, nullptr);
+}
+
+void qel_var_hash_free(qel_var *var) {
+  void *cursor = nullptr;
+  for (qel_hash_entry *e = qel_hash_entry_first(&var->data.members, &cursor); e != nullptr;
+       e = qel_hash_entry_next(&var->data.members, &cursor, e)) {
+    if (e->value == nullptr) continue;
+    qel_var_free(static_cast<qel_var *>(e->value));
+    e->value = nullptr;
+  }
+}
+
+extern "C" {
+
+// Requires nothing; a variant with no schema and a fresh value.
+qel_var *qel_var_new(uint32_t type, uint8_t multi) {
+  qel_var *var = qel::var_alloc(type, multi, nullptr);
+  qel::var_init_at(var, nullptr, nullptr, nullptr);
+  return var;
+}
+
+// Requires a variant; re-forms it unless type and multi byte already match.
+void qel_var_change(qel_var *var, uint32_t type, uint8_t multi) {
+  if (var->type == type && var->multi == multi) return;
+  qel_var_free_x(var);
+  var->type = type;
+  var->multi = multi;
+  qel::var_init_at(var, nullptr, nullptr, nullptr);
+}
+
+// Requires a variant or NULL (which does nothing).
+void qel_var_free(qel_var *var) {
+  if (var == nullptr) return;
+  qel_var_free_x(var);
+  qel_free(var);
+}
+
+// Requires a variant.
+uint32_t qel_var_type(const qel_var *var) { return var->type; }
+
+// Requires a variant; the multi byte sign-extended.
+int qel_var_multi(const qel_var *var) { return static_cast<int8_t>(var->multi); }
+
+// Requires a variant; 0 in the single form, else the element count.
+int64_t qel_var_size(const qel_var *var) {
+  if (var->multi == 0) return 0;
+  switch (storage_of(var->type)) {
+    case storage::bits32: return var->data.arrayd.count;
+    case storage::bits64: return var->data.arrayx.count;
+    case storage::bytes: return var->data.array.count;
+    case storage::record: return var->data.vars.count;
+  }
+  return 0;
+}
+
+// ---- numbers ----
+
+// Requires a variant (all twelve below).
+void qel_var_add_integer(qel_var *var, int64_t value) { add_value(var, value); }
+void qel_var_add_long(qel_var *var, int64_t value) { add_value(var, value); }
+void qel_var_add_float(qel_var *var, float value) { add_value(var, value); }
+void qel_var_add_double(qel_var *var, double value) { add_value(var, value); }
+void qel_var_set_integer(qel_var *var, int64_t index, int64_t value) { set_value(var, index, value); }
+void qel_var_set_long(qel_var *var, int64_t index, int64_t value) { set_value(var, index, value); }
+void qel_var_set_float(qel_var *var, int64_t index, float value) { set_value(var, index, value); }
+void qel_var_set_double(qel_var *var, int64_t index, double value) { set_value(var, index, value); }
+int64_t qel_var_get_integer(const qel_var *var, int64_t index) { return get_value<int64_t>(var, index); }
+int64_t qel_var_get_long(const qel_var *var, int64_t index) { return get_value<int64_t>(var, index); }
+float qel_var_get_float(const qel_var *var, int64_t index) { return get_value<float>(var, index); }
+double qel_var_get_double(const qel_var *var, int64_t index) { return get_value<double>(var, index); }
+
+// ---- strings ----
+
+// Requires a variant and length readable bytes at text (negative: measured).
+void qel_var_add_string(qel_var *var, const char *text, int64_t length) {
+  if (var->multi == 0 || storage_of(var->type) != storage::bytes) return;
+  if (!measure(text, length)) return;
+  qel_array_append(&var->data.array, text, length, 0);  // safe with bytes from its own pool
+}
+
+// Requires a variant and length readable bytes at text (negative: measured).
+void qel_var_set_string(qel_var *var, int64_t index, const char *text, int64_t length) {
+  if (storage_of(var->type) != storage::bytes) return;
+  if (!measure(text, length)) return;
+  if (var->multi != 0) qel_array_set_at(&var->data.array, index, text, length, 0);
+  else stream_assign(&var->data.stream, text, length);
+}
+
+// Requires a variant and two outputs; NULL and 0 unless a string is there.
+void qel_var_get_string(const qel_var *var, int64_t index, const char **text_out, int64_t *length_out) {
+  *text_out = nullptr;
+  *length_out = 0;
+  if (storage_of(var->type) != storage::bytes) return;
+  if (var->multi != 0) {
+    qel_array_get_at(&var->data.array, index, text_out, length_out);
+  } else {
+    *text_out = var->data.stream.bytes;
+    *length_out = var->data.stream.length;
+  }
+}
+
+// ---- variant to variant ----
+
+// Requires two variants (may be the same): appends src's value or values to
+// the array dst of the same type code.
+void qel_var_add_var(qel_var *dst, const qel_var *src) {
+  if (dst->multi == 0 || dst->type != src->type) return;
+  const storage cls = storage_of(src->type);
+  if (src->multi == 0) {
+    // Appending the stored bits is the matching get/add pair without the round trip.
+    switch (cls) {
+      case storage::bits32: qel_detail::append(&dst->data.arrayd, src->data.bits32, 0); return;
+      case storage::bits64: qel_detail::append(&dst->data.arrayx, static_cast<int64_t>(src->data.bits64), 0); return;
+      case storage::bytes:
+        qel_array_append(&dst->data.array, src->data.stream.bytes, src->data.stream.length, 0);
+        return;
+      case storage::record: return;
+    }
+  }
+  switch (cls) {
+    case storage::bits32: append_all(&dst->data.arrayd, &src->data.arrayd); return;
+    case storage::bits64: append_all(&dst->data.arrayx, &src->data.arrayx); return;
+    case storage::bytes: append_all(&dst->data.array, &src->data.array); return;
+    case storage::record: return;
+  }
+}
+
+// Requires two variants (may be the same): stores src's first value into dst
+// (element index of an array dst) when the type codes agree.
+void qel_var_set_var(qel_var *dst, int64_t index, const qel_var *src) {
+  if (dst->type != src->type) return;
+  switch (storage_of(src->type)) {
+    case storage::bits32: put32(dst, index, get32(src, 0)); return;
+    case storage::bits64: put64(dst, index, get64(src, 0)); return;
+    case storage::bytes: {
+      const char *text = nullptr;
+      int64_t length = 0;
+      qel_var_get_string(src, 0, &text, &length);
+      qel_var_set_string(dst, index, text, length);
+      return;
+    }
+    case storage::record: return;
+  }
+}
+
+// Requires two variants (may overlap): makes dst a single variant of src's
+// type code holding src's value at index.
+void qel_var_get_var(const qel_var *src, int64_t index, qel_var *dst) {
+  const bool reform = dst->type != src->type || dst->multi != 0;
+  // Every value is read before dst is re-formed: src may be dst itself or
+  // live inside it.
+  switch (storage_of(src->type)) {
+    case storage::bits32: {
+      const uint32_t bits = get32(src, index);
+      if (reform) qel_var_change(dst, src->type, 0);
+      dst->data.bits32 = bits;
+      return;
+    }
+    case storage::bits64: {
+      const int64_t bits = get64(src, index);
+      if (reform) qel_var_change(dst, src->type, 0);
+      dst->data.bits64 = static_cast<uint64_t>(bits);
+      return;
+    }
+    case storage::bytes: {
+      const char *text = nullptr;
+      int64_t length = 0;
+      qel_var_get_string(src, index, &text, &length);
+      if (!reform) return stream_assign(&dst->data.stream, text, length);
+      const byte_copy value(text, length);
+      qel_var_change(dst, src->type, 0);
+      qel_stream_copy(&dst->data.stream, value.bytes(), value.length());
+      return;
+    }
+    case storage::record:
+      if (reform) qel_var_change(dst, src->type, 0);
+      return;
+  }
+}
+
+}  // extern "C"

@@ -26,6 +26,33 @@ static_assert(storage_of(0) == storage::record && storage_of(5) == storage::bits
               storage_of(6) == storage::bits64 && storage_of(8) == storage::bytes &&
               storage_of(9) == storage::bits32 && storage_of(0xFFFFFFFFu) == storage::record);
 
+// One record whose members are being created, and the records above it on
+// the same path.  Lives on the stack of member creation: no allocation.
+struct build_path {
+  const qel_schema *schema;
+  const build_path *up;
+  unsigned depth;  // records being built on the path, this one included
+};
+
+// Deeper records are created with their schema but without members.
+inline constexpr unsigned kMaxBuildDepth = 256;
+
+// Requires nothing; a record with type and multi set, schema as given, buf 0,
+// data uninitialised.
+qel_var *var_alloc(uint32_t type, uint8_t multi, qel_schema *schema);
+
+// Requires var's type and multi set, data uninitialised: qel_var_init below a
+// path of records being built (NULL at the top).
+void var_init_at(qel_var *var, void *context, qel_schema_resolver resolver, const build_path *path);
+
+// Requires nothing: qel_var_new_x below a path of records being built.
+qel_var *var_new_at(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
+                    const build_path *path);
+
+// Requires two variants whose trees share no node: the deep copy without
+// alias checks (qel_var_copy's recursion).
+void var_copy_into(qel_var *dst, const qel_var *src);
+
 }  // namespace qel
 
 // File-local steps of the lifecycle, shared between the variant's sources.
