@@ -363,7 +363,6 @@ extern "C" QEL_API int64_t qel_array_find_index(const qel_array *a, const char *
   const auto len = static_cast<size_t>(length);
   const int64_t n = in_use(a);
   for (int64_t i = 0; i < n; i++) {
-    if (a->entries[i].length != len) continue;
     view v = entry_view(a, a->entries[i]);
     if (v.n == len && (len == 0 || std::memcmp(v.p, bytes, len) == 0)) return i;
   }

@@ -85,7 +85,7 @@ public:
         i = j;
       }
       if (whole) {
-        depth += 8;
+        depth += shared_prefix(r + lo, hi - lo, depth);
       } else {
         if (top == 0) break;
         --top;
@@ -99,6 +99,34 @@ public:
   }
 
 private:
+  // Requires n records whose strings agree on the chunk at depth and go on
+  // past it; how many bytes from depth on all of them share (at least 8).
+  // Jumping there at once makes long equal prefixes cost one scan.
+  size_t shared_prefix(const record *r, size_t n, size_t depth) const {
+    view first = entry_view(a_, a_->entries[r[0].aux & kPosMask]);
+    size_t shared = first.n - depth;
+    for (size_t i = 1; i < n && shared > 8; i++) {
+      view v = entry_view(a_, a_->entries[r[i].aux & kPosMask]);
+      size_t limit = v.n - depth < shared ? v.n - depth : shared;
+      shared = common_prefix(first.p + depth, v.p + depth, limit);
+    }
+    return shared;
+  }
+
+  // Requires n bytes at x and y; the length of their common prefix.
+  static size_t common_prefix(const char *x, const char *y, size_t n) {
+    size_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+      uint64_t wx;
+      uint64_t wy;
+      std::memcpy(&wx, x + i, 8);
+      std::memcpy(&wy, y + i, 8);
+      if (wx != wy) break;
+    }
+    while (i < n && x[i] == y[i]) i++;
+    return i;
+  }
+
   // Requires pos in use; r becomes the record of entry pos at byte depth.
   void load(record &r, uint64_t pos, size_t depth) const {
     view v = entry_view(a_, a_->entries[pos]);
