@@ -651,6 +651,11 @@ public:
      * for anything else). */
     member_range<CRef> members() const noexcept { return member_range<CRef>(member_hash(c())); }
 
+    /* An independent deep copy owned by the caller, as qel_var_copy makes it
+     * into a fresh variant: the same type code, form and schema, the
+     * value(s), members and elements, and (single form) the caller value. */
+    [[nodiscard]] var clone() const noexcept;
+
 protected:
     const qel_var *c() const noexcept { return static_cast<const D &>(*this).get(); }
 };
@@ -902,20 +907,18 @@ public:
     operator var_cref() const noexcept { return var_cref(p_); }
     var_ref ref() noexcept { return var_ref(p_); }
 
-    /* An independent deep copy, as qel_var_copy makes it into a fresh
-     * variant: the same type code, form and schema, the value(s), members
-     * and elements, and (single form) the caller value. */
-    [[nodiscard]] var clone() const noexcept {
-        /* Start from another code so that the copy re-forms the new variant
-         * with src's type, form and schema. */
-        var v(qel_var_type(p_) == 1 ? 2u : 1u, form::single);
-        qel_var_copy(v.p_, p_);
-        return v;
-    }
-
 private:
     qel_var *p_ = nullptr;
 };
+
+template <class D, class CRef>
+inline var detail::var_read_ops<D, CRef>::clone() const noexcept {
+    /* Start from another code so that the copy re-forms the new variant with
+     * the source's type, form and schema. */
+    var v(qel_var_type(c()) == 1 ? 2u : 1u, form::single);
+    qel_var_copy(v.get(), c());
+    return v;
+}
 
 /* Any full-variant handle. */
 template <class T>

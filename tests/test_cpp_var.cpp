@@ -164,6 +164,10 @@ TEST(CppVarOwnership, CloneIsDeepAndIndependent) {
     EXPECT_EQ(r["id"].get<int64_t>(), 42);
     EXPECT_EQ(r["tags"].size(), 2);
 
+    qel::var member = r["tags"].clone();  // a view clones into an owner
+    EXPECT_EQ(member.size(), 2);
+    EXPECT_EQ(member.get<std::string_view>(1), "b");
+
     qel::var one(1);  // the clone starts from another code internally
     one.set(-1);
     EXPECT_EQ(one.clone().get<int64_t>(), 4294967295);
@@ -331,6 +335,17 @@ TEST(CppVarAccessors, ArraysAddSetGetAndAddAll) {
     const std::array<double, 9> want{1.5, 2.5, 3.25, 4.0, 5.0, 4.0, 7.0, 8.0, 9.5};
     EXPECT_TRUE(std::ranges::equal(a.values<double>(), want));
     EXPECT_EQ(a.get<double>(100), 0.0);
+
+    qel::var kinds(qel::code::f64, qel::form::multi);
+    kinds.add(0.1f);  // the float call: widened exactly
+    kinds.add(0.1);   // the double call: unchanged
+    kinds.add(int64_t{9007199254740993});  // the integer call: nearest double
+    EXPECT_EQ(kinds.get<double>(0), static_cast<double>(0.1f));
+    EXPECT_EQ(kinds.get<double>(1), 0.1);
+    EXPECT_EQ(kinds.get<double>(2), 9007199254740992.0);
+    qel::var ints(qel::code::i64, qel::form::multi);
+    ints.add(int64_t{9007199254740993});  // through a double it would lose the 1
+    EXPECT_EQ(ints.get<int64_t>(0), 9007199254740993);
 
     std::vector<std::string> words{"a", "b"};
     qel::var w(qel::code::bytes, qel::form::multi);
@@ -560,7 +575,7 @@ TEST(CppVarRecords, RecordArraysElements) {
     qel::var x(qel::code::i64);
     x.set(10);
     e0.set_member("x", x);
-    arr.add_copy(arr[0]);
+    arr.add_copy(arr[0].clone());  // src must not live inside arr
     x.set(20);
     qel::var rec(30);
     rec.set_member("x", x);

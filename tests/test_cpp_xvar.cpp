@@ -142,6 +142,14 @@ TEST(CppXvar, ArraysAddKeyedInsertAndIterate) {
     EXPECT_TRUE(std::ranges::equal(a.values<double>(), std::array{1.0, 2.5, 3.25, 4.0, 5.0}));
     a.set(0, 9);
     EXPECT_EQ(a.get<double>(0), 9.0);
+    a.add(0.1f);
+    a.add(0.1);
+    EXPECT_EQ(a.get<double>(5), static_cast<double>(0.1f));
+    EXPECT_EQ(a.get<double>(6), 0.1);
+    qel::xvar ints(qel::xcode::i64, qel::form::multi);
+    ints.add(int64_t{9007199254740993});
+    ints.set(0, int64_t{9007199254740993});
+    EXPECT_EQ(ints.get<int64_t>(0), 9007199254740993);
 
     qel::xvar k(qel::xcode::bytes, qel::form::multi);
     uint64_t *b = k.add_x("key");
