@@ -163,21 +163,6 @@ class byte_copy {
   int64_t length_;
 };
 
-// Requires an initialised stream and length readable bytes at text: replaces
-// the contents, also when the bytes lie in the stream itself (the copy may
-// move them before reading).
-void stream_assign(qel_stream *s, const char *text, int64_t length) {
-  const auto t = reinterpret_cast<uintptr_t>(text);
-  const auto b = reinterpret_cast<uintptr_t>(s->bytes);
-  if (length > 0 && s->bytes != nullptr && t < b + static_cast<uint64_t>(s->capacity) &&
-      t + static_cast<uint64_t>(length) > b) {
-    const byte_copy own(text, length);
-    qel_stream_copy(s, own.bytes(), length);
-    return;
-  }
-  qel_stream_copy(s, text, length);
-}
-
 // Requires two initialised arrays of one kind: appends src to dst, also when
 // they are the same array (then through a copy of its entries).
 void append_all(qel_arrayd *dst, const qel_arrayd *src) {
@@ -383,8 +368,9 @@ void qel_var_add_string(qel_var *var, const char *text, int64_t length) {
 void qel_var_set_string(qel_var *var, int64_t index, const char *text, int64_t length) {
   if (storage_of(var->type) != storage::bytes) return;
   if (!measure(text, length)) return;
+  // Both containers accept bytes from their own storage.
   if (var->multi != 0) qel_array_set_at(&var->data.array, index, text, length, 0);
-  else stream_assign(&var->data.stream, text, length);
+  else qel_stream_copy(&var->data.stream, text, length);
 }
 
 // Requires a variant and two outputs; NULL and 0 unless a string is there.
@@ -467,7 +453,7 @@ void qel_var_get_var(const qel_var *src, int64_t index, qel_var *dst) {
       const char *text = nullptr;
       int64_t length = 0;
       qel_var_get_string(src, index, &text, &length);
-      if (!reform) return stream_assign(&dst->data.stream, text, length);
+      if (!reform) return qel_stream_copy(&dst->data.stream, text, length);
       const byte_copy value(text, length);
       qel_var_change(dst, src->type, 0);
       qel_stream_copy(&dst->data.stream, value.bytes(), value.length());

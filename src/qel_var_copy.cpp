@@ -71,7 +71,10 @@ void hash_clone(const qel_var *src, qel_var *dst) {
     if (to == nullptr) {
       to = qel::var_alloc(from->type, from->multi, from->schema);
       qel::var_init_at(to, nullptr, nullptr, nullptr);
-      qel_hash_insert(&dst->data.members, name, e->key_length, to);
+      if (qel_hash_insert(&dst->data.members, name, e->key_length, to) == nullptr) {
+        qel_var_free(to);  // the hash is full: this member cannot be kept
+        continue;
+      }
     }
     qel::var_copy_into(to, from);
   }
