@@ -91,158 +91,695 @@ typedef struct qel_xvars {
 
 /* ---- full variant: lifecycle ---- */
 
+/* A new full variant of this type code and multi byte, with no schema: a
+ * single number reads 0, a single string is empty, an array is empty, and a
+ * single record has no members (it has no schema to take them from). Never
+ * NULL; the caller owns it and frees it with qel_var_free.
+ */
 QEL_API qel_var *qel_var_new(uint32_t type, uint8_t multi);
+
+/* A new full variant whose schema is resolver(context, type), or `context`
+ * itself when resolver is NULL. A single record then gets one member per
+ * schema entry, in schema order, each built by qel_var_new_x with its own type
+ * code and multi byte and the same context and resolver, so the resolver is
+ * called depth first: the record, member 0, member 0's members, then member 1.
+ * Every member's schema is what the resolver gave for its code. A record array
+ * only keeps the schema for the elements qel_var_add_new makes later; other
+ * codes just store it. A single-record member whose schema is already being
+ * built further up the same path is created without members, and nesting stops
+ * at 256 levels, so construction always ends. Never NULL; the caller owns the
+ * result. The schema is not owned: it must outlive the variant.
+ */
 QEL_API qel_var *qel_var_new_x(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver);
+
+/* Re-forms the variant to this type code and multi byte. When both already
+ * match exactly (the whole multi byte is compared, so 1 and 2 differ) nothing
+ * happens and the contents stay. Otherwise the old contents, members and
+ * elements are freed and the variant starts fresh as qel_var_new would make
+ * it, except that the schema stays: a single record re-formed this way gets
+ * the members its schema lists (their own schemas NULL). The caller value
+ * becomes 0.
+ */
 QEL_API void qel_var_change(qel_var *var, uint32_t type, uint8_t multi);
+
+/* As qel_var_change, with the schema taken as in qel_var_new_x: when type code
+ * and multi byte already match nothing happens and the resolver is not called;
+ * otherwise the contents are freed, the schema becomes resolver(context, type)
+ * (or context), and a single record's members are built with the resolver,
+ * depth first.
+ */
 QEL_API void qel_var_change_x(qel_var *var, uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver);
+
+/* Frees the variant with everything it owns: its storage, every member of a
+ * record and every element of a record array, recursively. Not its schema. The
+ * argument must be a variant (NULL is not accepted).
+ */
 QEL_API void qel_var_free(qel_var *var);
+
+/* The type code. */
 QEL_API uint32_t qel_var_type(const qel_var *var);
+
+/* The multi byte read as a signed 8-bit number: 0 for the single form, nonzero
+ * for an array (a variant made with multi 0xFF reports -1).
+ */
 QEL_API int qel_var_multi(const qel_var *var);
+
+/* The element count of an array; 0 for every single variant, whatever it holds
+ * (a single string reports 0, not its length; a single record 0, not its
+ * member count).
+ */
 QEL_API int64_t qel_var_size(const qel_var *var);
+
+/* The schema pointer as stored (possibly NULL). Borrowed: the variant does not
+ * own it.
+ */
 QEL_API qel_schema *qel_var_schema(const qel_var *var);
 
 /* ---- full variant: numbers ---- */
 
+/* Array form only: appends the value, converted to the stored kind, as a new
+ * last element with caller value 0: codes 1, 2, 3, 9 store its low 32 bits
+ * (read back unsigned, so -1 reads 4294967295), code 4 the value, codes 5 and
+ * 6 the nearest float or double (ties to even). On a single variant, a string
+ * or a record nothing happens.
+ */
 QEL_API void qel_var_add_integer(qel_var *var, int64_t value);
+
+/* The same as qel_var_add_integer: appends a signed 64-bit value to an array.
+ */
 QEL_API void qel_var_add_long(qel_var *var, int64_t value);
+
+/* As qel_var_add_integer, for a float: codes 1, 2, 3, 9 and 4 store it
+ * truncated toward zero (NaN or out of range: INT64_MIN, whose low 32 bits are
+ * 0), code 5 unchanged, code 6 widened exactly.
+ */
 QEL_API void qel_var_add_float(qel_var *var, float value);
+
+/* As qel_var_add_integer, for a double: codes 1, 2, 3, 9 and 4 store it
+ * truncated toward zero (NaN or out of range: INT64_MIN, whose low 32 bits are
+ * 0), code 5 the nearest float (an infinity beyond the float range), code 6
+ * unchanged.
+ */
 QEL_API void qel_var_add_double(qel_var *var, double value);
+
+/* Replaces the value of a single numeric variant (index ignored, caller value
+ * kept) or element `index` of a numeric array (an index outside the array
+ * writes nothing; the element's caller value becomes 0). The value is
+ * converted as qel_var_add_integer converts it: -1 into code 1 reads back
+ * 4294967295. On a string or a record nothing happens.
+ */
 QEL_API void qel_var_set_integer(qel_var *var, int64_t index, int64_t value);
+
+/* The same as qel_var_set_integer. */
 QEL_API void qel_var_set_long(qel_var *var, int64_t index, int64_t value);
+
+/* As qel_var_set_integer, for a float (converted as by qel_var_add_float). */
 QEL_API void qel_var_set_float(qel_var *var, int64_t index, float value);
+
+/* As qel_var_set_integer, for a double (converted as by qel_var_add_double). */
 QEL_API void qel_var_set_double(qel_var *var, int64_t index, double value);
+
+/* The value of a single numeric variant (index ignored) or element `index` of
+ * a numeric array, as a signed 64-bit integer: codes 1, 2, 3, 9 read back
+ * unsigned (0 to 4294967295), code 4 as stored, floats and doubles truncated
+ * toward zero (a NaN or out-of-range value gives INT64_MIN). 0 for an index
+ * outside the array, a string or a record.
+ */
 QEL_API int64_t qel_var_get_integer(const qel_var *var, int64_t index);
+
+/* The same as qel_var_get_integer. */
 QEL_API int64_t qel_var_get_long(const qel_var *var, int64_t index);
+
+/* As qel_var_get_integer, as a float: integers rounded to the nearest float
+ * (ties to even), a double to the nearest float. 0.0 for an index outside the
+ * array, a string or a record.
+ */
 QEL_API float qel_var_get_float(const qel_var *var, int64_t index);
+
+/* As qel_var_get_integer, as a double: 32-bit integers and floats exactly,
+ * 64-bit integers to the nearest double. 0.0 for an index outside the array, a
+ * string or a record.
+ */
 QEL_API double qel_var_get_double(const qel_var *var, int64_t index);
 
 /* ---- full variant: strings and variant-to-variant ---- */
 
+/* Array of codes 7 or 8 only: appends a copy of `length` bytes of `text`
+ * (which may hold zero bytes) as a new last element with caller value 0. A
+ * negative length measures `text` with strlen (NULL: length 0). On a single
+ * variant or another code nothing happens.
+ */
 QEL_API void qel_var_add_string(qel_var *var, const char *text, int64_t length);
+
+/* Codes 7 and 8 only: replaces the bytes of a single string (index ignored,
+ * caller value kept) or of element `index` of an array (outside the array:
+ * nothing; the element's caller value becomes 0) with a copy of `length` bytes
+ * of `text`. A negative length measures with strlen (NULL: length 0). The
+ * bytes may come from this variant's own storage. Other codes: nothing.
+ */
 QEL_API void qel_var_set_string(qel_var *var, int64_t index, const char *text, int64_t length);
+
+/* Stores in *text_out and *length_out the bytes of a single string (index
+ * ignored) or of element `index` of an array of codes 7 or 8. Nothing is
+ * copied and the bytes are not terminated: the pointer is borrowed and valid
+ * until the variant is next changed or freed. Other codes, and an index
+ * outside the array, give NULL and 0.
+ */
 QEL_API void qel_var_get_string(const qel_var *var, int64_t index, const char **text_out, int64_t *length_out);
+
+/* Appends the value of a single `src`, or all elements of an array `src` (with
+ * their caller values), to the array `dst`, unchanged. Nothing happens when
+ * `dst` is single, when the type codes differ (exactly: code 1 and code 2
+ * differ), or for records. `src` may be `dst`.
+ */
 QEL_API void qel_var_add_var(qel_var *dst, const qel_var *src);
+
+/* Stores the first value of `src` (its single value, or its element 0) into
+ * element `index` of the array `dst`, or into a single `dst` (index ignored).
+ * Nothing happens when the type codes differ or for records.
+ */
 QEL_API void qel_var_set_var(qel_var *dst, int64_t index, const qel_var *src);
+
+/* Makes `dst` a single variant of src's type code holding the value of a
+ * single `src` (index ignored) or element `index` of an array `src`; strings
+ * are copied. `dst` is re-formed first (its contents freed, its schema kept)
+ * unless it already is a single variant of that code. For records only the re-
+ * forming happens. Source first, destination last.
+ */
 QEL_API void qel_var_get_var(const qel_var *src, int64_t index, qel_var *dst);
 
 /* ---- full variant: deep copy and append ---- */
 
+/* Makes `dst` a deep copy of `src`. When the type codes or the multi bytes
+ * differ, `dst` is first freed and re-formed with src's type, multi byte and
+ * schema (a single record then gets its schema's members); when they agree,
+ * `dst` keeps its own schema. Single values are copied with their caller
+ * value; arrays entry by entry with their caller values; records member by
+ * member by name (a member of `dst` that `src` lacks stays; a missing one is
+ * created); record arrays element by element, `dst` ending with exactly src's
+ * elements. `src` may be `dst`. `src` is not changed and nothing of it is
+ * shared.
+ */
 QEL_API void qel_var_copy(qel_var *dst, const qel_var *src);
+
+/* Makes `dst` an array of src's type code and appends src's value (single
+ * `src`) or elements (array `src`), in order, without their caller values.
+ * When the codes differ or `dst` is single, `dst` is first freed and re-formed
+ * as an empty array (multi 1, src's schema): a single `dst` loses its value.
+ * Records are appended as new elements, each a deep copy (qel_var_copy) of a
+ * single `src` or of each element of an array `src`. `src` may be `dst` (an
+ * array then doubles).
+ */
 QEL_API void qel_var_append(qel_var *dst, const qel_var *src);
 
 /* ---- schemas ---- */
 
+/* A new, empty schema. Never NULL; the caller owns it and frees it with
+ * qel_var_schema_free after every variant that refers to it.
+ */
 QEL_API qel_schema *qel_var_schema_new(void);
+
+/* Frees a schema and its member names. NULL does nothing. Variants still
+ * referring to it must not be used afterwards.
+ */
 QEL_API void qel_var_schema_free(qel_schema *schema);
+
+/* Appends a member: `length` bytes of `name` (not measured: a negative length
+ * adds nothing), its type code (only the low 16 bits are kept) and multi byte.
+ * Members keep the order in which they were added; names are not checked for
+ * uniqueness. NULL schema: nothing. Changing a schema affects only records
+ * built afterwards.
+ */
 QEL_API void qel_var_schema_add(qel_schema *schema, const char *name, int64_t length, uint32_t type, uint8_t multi);
+
+/* The index of the first member named exactly `length` bytes of `name`,
+ * storing its type code in *type_out and its multi byte in *multi_out; -1
+ * without a match, outputs untouched.
+ */
 QEL_API int qel_var_schema_find(const qel_schema *schema, const char *name, int64_t length, uint32_t *type_out, uint8_t *multi_out);
+
+/* The number of members. */
 QEL_API int64_t qel_var_schema_size(const qel_schema *schema);
+
+/* Changes the type code (low 16 bits) and multi byte of member `index`,
+ * keeping its name. An index outside 0 .. size-1 does nothing.
+ */
 QEL_API void qel_var_schema_set_at(qel_schema *schema, int64_t index, uint32_t type, uint8_t multi);
+
+/* Member `index`: *name_out and *length_out get its name (borrowed from the
+ * schema, not terminated), *type_out and *multi_out its type code and multi
+ * byte. An index outside 0 .. size-1 gives NULL and 0 and leaves the type and
+ * multi outputs untouched; so does a member of type 0 and multi 0 for those
+ * two outputs.
+ */
 QEL_API void qel_var_schema_get_at(const qel_schema *schema, int64_t index, const char **name_out, int64_t *length_out, uint32_t *type_out, uint8_t *multi_out);
 
 /* ---- full variant: capacity and reset ---- */
 
+/* Reserves room: an array gets a capacity of at least n entries in all, a
+ * single string of at least n bytes. The contents stay. Single numbers and
+ * records: nothing.
+ */
 QEL_API void qel_var_expand(qel_var *var, int64_t n);
+
+/* Clears a single value: a number becomes 0 (all bits zero), a single string
+ * becomes empty (its allocated bytes zeroed). Arrays and records: nothing. The
+ * caller value stays.
+ */
 QEL_API void qel_var_zero(qel_var *var);
+
+/* Cuts the storage. An array with n = 0 is emptied; with n > 0 its count
+ * becomes the smaller of n and its capacity (nothing is freed; a count raised
+ * this way exposes zero-filled entries). A record array frees all its
+ * elements, whatever n. A single number becomes 0; a single string is cut to
+ * at most n bytes; a single record frees all its members (their names stay,
+ * with no member). A negative n changes nothing. The caller value stays.
+ */
 QEL_API void qel_var_shrink(qel_var *var, int64_t n);
+
+/* Removes leading and trailing ASCII whitespace from a single byte string, in
+ * place. Anything else: nothing.
+ */
 QEL_API void qel_var_trim(qel_var *var);
 
 /* ---- full variant: sort, search, compare ---- */
 
+/* Sorts an array in place, ascending for a nonzero flag and descending for 0;
+ * every caller value moves with its value. Codes 1, 2, 3, 9 order as unsigned
+ * 32-bit integers and code 4 as signed 64-bit integers (stable), codes 7 and 8
+ * bytewise with a shorter prefix first (stable); floats and doubles (5, 6)
+ * compare as numbers by the library's quicksort, which is not stable and
+ * leaves NaNs where its steps put them. Single variants and records: nothing.
+ */
 QEL_API void qel_var_qsort(qel_var *var, int flag);
+
+/* The lowest index of an array entry holding `key`, by linear search, or -1.
+ * The key is read in the stored width: a uint32_t for codes 1, 2, 3, 9, a
+ * float for 5, an int64_t for 4, a double for 6 (floats and doubles are
+ * matched by bit pattern, so -0.0 does not find +0.0), and `len` bytes at
+ * `key` for 7 and 8 (len is not measured; a negative len finds nothing). -1
+ * for a single variant and for records, without reading `key`.
+ */
 QEL_API int64_t qel_var_find(const qel_var *var, const void *key, int64_t len);
+
+/* As qel_var_find, by binary search over an array sorted ascending
+ * (qel_var_qsort with a nonzero flag). Floats and doubles are searched by bit
+ * pattern, which agrees with their numeric order only while no value is
+ * negative.
+ */
 QEL_API int64_t qel_var_bfind(const qel_var *var, const void *key, int64_t len);
+
+/* Orders two variants: negative, 0 or positive as `a` comes before, with or
+ * after `b`. First by multi byte (as signed 8-bit numbers: single before
+ * array), then by type code, then by value: 32-bit and 64-bit integers as
+ * unsigned numbers (so -1 orders after 1), floats and doubles as numbers (a
+ * NaN compares equal to everything, -0.0 equal to +0.0), strings bytewise with
+ * a shorter prefix first. Arrays compare element by element, a shorter prefix
+ * first. Records compare equal whenever form and type code agree: members are
+ * not compared.
+ */
 QEL_API int qel_var_cmp(const qel_var *a, const qel_var *b);
 
 /* ---- full variant: keyed insertion ---- */
 
+/* Keyed insert into an array: converts the value as qel_var_add_integer would,
+ * and if no entry holds it yet appends one with caller value 0; returns the
+ * caller value of the entry holding it (a copy). 0 on a single variant, a
+ * string array or a record. Keys are unique and keep insertion order; set an
+ * entry's caller value with qel_var_set_buf at the index qel_var_find gives.
+ */
 QEL_API uint64_t qel_var_add_integer_x(qel_var *var, int64_t value);
+
+/* The same as qel_var_add_integer_x. */
 QEL_API uint64_t qel_var_add_long_x(qel_var *var, int64_t value);
+
+/* As qel_var_add_integer_x, for a float (converted as by qel_var_add_float;
+ * float keys are bit patterns).
+ */
 QEL_API uint64_t qel_var_add_float_x(qel_var *var, float value);
+
+/* As qel_var_add_integer_x, for a double (converted as by qel_var_add_double;
+ * double keys are bit patterns).
+ */
 QEL_API uint64_t qel_var_add_double_x(qel_var *var, double value);
+
+/* As qel_var_add_integer_x, for `len` bytes at `bytes` in an array of codes 7
+ * or 8 (a negative len measures with strlen; NULL counts as length 0). 0 for a
+ * single variant (nothing is measured) and for other codes.
+ */
 QEL_API uint64_t qel_var_add_string_x(qel_var *var, const char *bytes, int64_t len);
 
 /* ---- full variant: raw buffer access ---- */
 
+/* Where the bytes of a single value are: the 4 or 8 bytes of a number inside
+ * the variant itself (writing them changes the value), or a single string's
+ * bytes. Borrowed, valid until the variant is next changed or freed. NULL for
+ * arrays and records.
+ */
 QEL_API void *qel_var_buffer(qel_var *var);
+
+/* Bytes allocated for a single value: 4 for codes 1, 2, 3, 5, 9; 8 for 4 and
+ * 6; a single string's capacity. 0 for arrays and records.
+ */
 QEL_API int64_t qel_var_buf_size(const qel_var *var);
+
+/* Bytes in use by a single value: 4 or 8 for numbers, a single string's
+ * length. 0 for arrays and records.
+ */
 QEL_API int64_t qel_var_buf_len(const qel_var *var);
+
+/* Sets a caller value: that of a single variant of any code (index ignored),
+ * or that of entry `index` of a number or string array. A negative index means
+ * the last entry in use; indexes up to the capacity (not the count) are
+ * accepted. An empty array, an index at or past the capacity, and record
+ * arrays: nothing.
+ */
 QEL_API void qel_var_set_buf(qel_var *var, int64_t index, uint64_t value);
+
+/* The caller value that qel_var_set_buf with the same index would set; 0 where
+ * it would do nothing.
+ */
 QEL_API uint64_t qel_var_get_buf(const qel_var *var, int64_t index);
 
 /* ---- full variant: member shortcuts (record codes 10 and up) ---- */
 
+/* Single record of code 10 or above: makes member `name` (len bytes, not
+ * measured) a deep copy of `src`, creating it with src's code and form when
+ * absent. `src` must not be `var` or inside it; it is copied, never taken
+ * over. Other codes and forms: nothing.
+ */
 QEL_API void qel_var_set_val(qel_var *var, const char *name, int64_t len, const qel_var *src);
+
+/* Single record of code 10 or above: member `name` (len bytes, not measured),
+ * borrowed and valid until the record is freed, re-formed or shrunk; NULL when
+ * absent and for every other code or form (code 0 included). Never free it.
+ */
 QEL_API qel_var *qel_var_get_val(const qel_var *var, const char *name, int64_t len);
+
+/* Record array of code 10 or above: appends a new single record of the array's
+ * code and schema, with no members yet, and returns it (borrowed: owned by the
+ * array). NULL, and nothing added, for anything else.
+ */
 QEL_API qel_var *qel_var_add_new(qel_var *var);
+
+/* Record array of code 10 or above: appends a new element that is a deep copy
+ * of `src` (re-formed to src's code and form when they differ). `src` must not
+ * be `var` or inside it. Anything else: nothing.
+ */
 QEL_API void qel_var_add_var_x(qel_var *var, const qel_var *src);
+
+/* Code 10 or above: makes element `index` of a record array, or a single
+ * record itself (index ignored), a deep copy of `src` (qel_var_copy). An index
+ * with no element, and other codes: nothing. `src` must not be inside the
+ * target.
+ */
 QEL_API void qel_var_set_var_x(qel_var *var, int64_t index, const qel_var *src);
+
+/* Code 10 or above: element `index` of a record array, or a single record
+ * itself (index ignored). Borrowed; NULL for an index with no element and for
+ * other codes.
+ */
 QEL_API qel_var *qel_var_get_var_x(const qel_var *var, int64_t index);
 
 /* ---- light variant ---- */
 
+/* A new light variant of type code 1 to 5 (unsigned 32-bit, signed 64-bit,
+ * float, double, byte string) and multi byte: a single value reading 0 or the
+ * empty string, with caller value 0, or an empty array. Other codes are
+ * accepted and hold nothing. Never NULL; the caller owns it and frees it with
+ * qel_xvar_free.
+ */
 QEL_API qel_xvar *qel_xvar_new(uint32_t type, uint8_t multi);
+
+/* Re-forms to this type code and multi byte. When both match exactly (1 and 2
+ * differ) nothing happens; otherwise the contents and caller values are
+ * dropped and the variant starts empty.
+ */
 QEL_API void qel_xvar_change(qel_xvar *v, uint32_t type, uint8_t multi);
+
+/* Frees the light variant and its storage. NULL is not accepted. */
 QEL_API void qel_xvar_free(qel_xvar *v);
+
+/* Array: n = 0 empties it; n > 0 sets the count to the smaller of n and the
+ * capacity (entries keep their caller values; a raised count exposes zero-
+ * filled entries); a negative n changes nothing. Single: a number and its
+ * caller value become 0; a string is cut to at most n bytes and its caller
+ * value becomes 0. Other codes: nothing.
+ */
 QEL_API void qel_xvar_shrink(qel_xvar *v, int64_t n);
+
+/* The element count of an array of codes 1 to 5; 0 for a single variant and
+ * for other codes.
+ */
 QEL_API int64_t qel_xvar_size(const qel_xvar *v);
+
+/* The type code. */
 QEL_API uint32_t qel_xvar_type(const qel_xvar *v);
+
+/* The multi byte read as a signed 8-bit number (0xFF reports -1). */
 QEL_API int qel_xvar_multi(const qel_xvar *v);
 
+/* Array of codes 1 to 4 only: appends the value converted to the stored kind,
+ * with caller value 0. Code 1 stores the low 32 bits (read back unsigned),
+ * code 2 the value, codes 3 and 4 the nearest float or double; floats and
+ * doubles going into codes 1 and 2 are truncated toward zero (a NaN or out-of-
+ * range value gives INT64_MIN, whose low 32 bits are 0). A single variant or
+ * another code: nothing.
+ */
 QEL_API void qel_xvar_add_integer(qel_xvar *v, int64_t value);
+
+/* The same as qel_xvar_add_integer. */
 QEL_API void qel_xvar_add_long(qel_xvar *v, int64_t value);
+
+/* As qel_xvar_add_integer, for a float (code 4 widens it exactly). */
 QEL_API void qel_xvar_add_float(qel_xvar *v, float value);
+
+/* As qel_xvar_add_integer, for a double (code 3 stores the nearest float). */
 QEL_API void qel_xvar_add_double(qel_xvar *v, double value);
+
+/* Keyed insert into an array of codes 1 to 4: the value is converted as
+ * qel_xvar_add_integer converts it and appended with caller value 0 unless an
+ * entry already holds it; *buf_out gets the address of that entry's caller
+ * value, to read or write at once. The address points into the array and is
+ * valid until the array next grows, is emptied or freed. A single variant or
+ * another code: *buf_out gets NULL.
+ */
 QEL_API void qel_xvar_add_integer_x(qel_xvar *v, int64_t value, uint64_t **buf_out);
+
+/* The same as qel_xvar_add_integer_x. */
 QEL_API void qel_xvar_add_long_x(qel_xvar *v, int64_t value, uint64_t **buf_out);
+
+/* As qel_xvar_add_integer_x, for a float. */
 QEL_API void qel_xvar_add_float_x(qel_xvar *v, float value, uint64_t **buf_out);
+
+/* As qel_xvar_add_integer_x, for a double. */
 QEL_API void qel_xvar_add_double_x(qel_xvar *v, double value, uint64_t **buf_out);
+
+/* Replaces a single value of codes 1 to 4 (index ignored, caller value kept)
+ * or element `index` of an array (outside the array: nothing; the element's
+ * caller value becomes 0), converted as qel_xvar_add_integer converts. Other
+ * codes: nothing.
+ */
 QEL_API void qel_xvar_set_integer(qel_xvar *v, int64_t index, int64_t value);
+
+/* The same as qel_xvar_set_integer. */
 QEL_API void qel_xvar_set_long(qel_xvar *v, int64_t index, int64_t value);
+
+/* As qel_xvar_set_integer, for a float. */
 QEL_API void qel_xvar_set_float(qel_xvar *v, int64_t index, float value);
+
+/* As qel_xvar_set_integer, for a double. */
 QEL_API void qel_xvar_set_double(qel_xvar *v, int64_t index, double value);
+
+/* A single value (index ignored) or element `index` of an array, as a signed
+ * 64-bit integer: code 1 reads back unsigned, code 2 as stored, floats and
+ * doubles truncated toward zero (NaN or out of range: INT64_MIN). 0 for an
+ * index outside the array and for codes other than 1 to 4.
+ */
 QEL_API int64_t qel_xvar_get_integer(const qel_xvar *v, int64_t index);
+
+/* The same as qel_xvar_get_integer. */
 QEL_API int64_t qel_xvar_get_long(const qel_xvar *v, int64_t index);
+
+/* As qel_xvar_get_integer, as a float (nearest, ties to even). 0.0 where
+ * qel_xvar_get_integer gives 0.
+ */
 QEL_API float qel_xvar_get_float(const qel_xvar *v, int64_t index);
+
+/* As qel_xvar_get_integer, as a double (exact from codes 1 and 3, nearest from
+ * code 2). 0.0 where qel_xvar_get_integer gives 0.
+ */
 QEL_API double qel_xvar_get_double(const qel_xvar *v, int64_t index);
 
+/* Array of code 5 only: appends a copy of `length` bytes of `str` with caller
+ * value 0 (a negative length measures with strlen; NULL counts as length 0). A
+ * single variant (nothing measured) or another code: nothing.
+ */
 QEL_API void qel_xvar_add_string(qel_xvar *v, const char *str, int64_t length);
+
+/* Keyed insert into an array of code 5: appends a copy of the bytes (measured
+ * as by qel_xvar_add_string) unless an entry already holds them, and stores in
+ * *buf_out the address of that entry's caller value, valid until the array
+ * next grows, is emptied or freed. A single variant or another code: *buf_out
+ * gets NULL.
+ */
 QEL_API void qel_xvar_add_string_x(qel_xvar *v, const char *str, int64_t length, uint64_t **buf_out);
+
+/* Code 5 only: replaces a single string (index ignored, caller value kept) or
+ * element `index` of an array (outside the array: nothing; the element's
+ * caller value becomes 0) with a copy of `length` bytes of `str` (negative:
+ * measured with strlen; NULL counts as length 0). Other codes: nothing.
+ */
 QEL_API void qel_xvar_set_string(qel_xvar *v, int64_t index, const char *str, int64_t length);
+
+/* Stores in *str_out and *length_out a single string (index ignored) or
+ * element `index` of an array of code 5. Borrowed and not terminated: valid
+ * until the light variant is next changed. Other codes and an index outside
+ * the array give NULL and 0.
+ */
 QEL_API void qel_xvar_get_string(const qel_xvar *v, int64_t index, const char **str_out, int64_t *length_out);
+
+/* Sets a caller value: that of a single variant of any code (index ignored),
+ * or that of entry `index` of an array of codes 1 to 5. A negative index means
+ * the last entry in use; indexes up to the capacity are accepted. An empty
+ * array, an index at or past the capacity, and other codes: nothing.
+ */
 QEL_API void qel_xvar_set_buf(qel_xvar *v, int64_t index, uint64_t value);
+
+/* The caller value that qel_xvar_set_buf with the same index would set; 0
+ * where it would do nothing.
+ */
 QEL_API uint64_t qel_xvar_get_buf(const qel_xvar *v, int64_t index);
 
 /* ---- column set ---- */
 
+/* A new, empty column set for light variants of type code 1 to 5 and this
+ * multi byte. Other codes are accepted and never hold an entry. Never NULL;
+ * the caller owns it and frees it with qel_xvars_free.
+ */
 QEL_API qel_xvars *qel_xvars_new(uint32_t type, uint8_t multi);
+
+/* Re-forms to this type code and multi byte. When both match exactly nothing
+ * happens; otherwise every entry is dropped.
+ */
 QEL_API void qel_xvars_change(qel_xvars *xs, uint32_t type, uint8_t multi);
+
+/* Frees the column set, its index and its values. NULL is not accepted. */
 QEL_API void qel_xvars_free(qel_xvars *xs);
+
+/* Drops every entry; type code and form stay, and the next entry starts at
+ * position 0.
+ */
 QEL_API void qel_xvars_shrink(qel_xvars *xs);
+
+/* The number of entries. */
 QEL_API int64_t qel_xvars_size(const qel_xvars *xs);
+
+/* The type code. */
 QEL_API uint32_t qel_xvars_type(const qel_xvars *xs);
+
+/* The multi byte read as a signed 8-bit number (0xFF reports -1). */
 QEL_API int qel_xvars_multi(const qel_xvars *xs);
+
+/* Appends a copy of the light variant `x` as one new entry: its single value
+ * (the caller value is not kept) or all its elements with their caller values
+ * (an empty array makes an entry of no values). Nothing happens when x's type
+ * code or multi byte (compared whole) differs from the column set's, for codes
+ * outside 1 to 5, or when the column set would then hold 2^32 values or more,
+ * or a string pool of 4 GiB or more.
+ */
 QEL_API void qel_xvars_add_var(qel_xvars *xs, const qel_xvar *x);
+
+/* Copies entry `entry` into the light variant `x`, which must have the column
+ * set's type code and multi byte: a single value replaces x's value (x's
+ * caller value stays); an entry of n values replaces x's elements, which
+ * become exactly those n with their caller values (string bytes are appended
+ * behind what x's pool held). Nothing happens, to either side, for another
+ * code or form or an entry outside 0 .. size-1.
+ */
 QEL_API void qel_xvars_fetch_var(const qel_xvars *xs, int64_t entry, qel_xvar *x);
+
+/* The number of values of entry `entry` of a multi column set; 0 in the single
+ * form (each entry holds one value) and for an entry outside 0 .. size-1.
+ */
 QEL_API int64_t qel_xvars_get_size(const qel_xvars *xs, int64_t entry);
 
+/* Multi form, codes 1 to 4 only: appends the value, converted as
+ * qel_xvar_add_integer converts it, with caller value 0, to the last entry
+ * (`entry` = size - 1) or to a new entry (`entry` = size). Any other entry
+ * number, the single form and other codes: nothing.
+ */
 QEL_API void qel_xvars_add_integer(qel_xvars *xs, int64_t entry, int64_t value);
+
+/* The same as qel_xvars_add_integer. */
 QEL_API void qel_xvars_add_long(qel_xvars *xs, int64_t entry, int64_t value);
+
+/* As qel_xvars_add_integer, for a float. */
 QEL_API void qel_xvars_add_float(qel_xvars *xs, int64_t entry, float value);
+
+/* As qel_xvars_add_integer, for a double. */
 QEL_API void qel_xvars_add_double(qel_xvars *xs, int64_t entry, double value);
+
+/* Replaces value `pos` of entry `entry` (pos ignored in the single form),
+ * converted as qel_xvar_add_integer converts it; its caller value becomes 0.
+ * An entry outside 0 .. size-1, a pos outside the entry, and codes other than
+ * 1 to 4: nothing.
+ */
 QEL_API void qel_xvars_set_integer(qel_xvars *xs, int64_t entry, int64_t pos, int64_t value);
+
+/* The same as qel_xvars_set_integer. */
 QEL_API void qel_xvars_set_long(qel_xvars *xs, int64_t entry, int64_t pos, int64_t value);
+
+/* As qel_xvars_set_integer, for a float. */
 QEL_API void qel_xvars_set_float(qel_xvars *xs, int64_t entry, int64_t pos, float value);
+
+/* As qel_xvars_set_integer, for a double. */
 QEL_API void qel_xvars_set_double(qel_xvars *xs, int64_t entry, int64_t pos, double value);
+
+/* Value `pos` of entry `entry` (pos ignored in the single form) as a signed
+ * 64-bit integer, converted as qel_xvar_get_integer converts. 0 for an entry
+ * or pos out of range and for codes other than 1 to 4.
+ */
 QEL_API int64_t qel_xvars_get_integer(const qel_xvars *xs, int64_t entry, int64_t pos);
+
+/* The same as qel_xvars_get_integer. */
 QEL_API int64_t qel_xvars_get_long(const qel_xvars *xs, int64_t entry, int64_t pos);
+
+/* As qel_xvars_get_integer, as a float; 0.0 where it gives 0. */
 QEL_API float qel_xvars_get_float(const qel_xvars *xs, int64_t entry, int64_t pos);
+
+/* As qel_xvars_get_integer, as a double; 0.0 where it gives 0. */
 QEL_API double qel_xvars_get_double(const qel_xvars *xs, int64_t entry, int64_t pos);
 
+/* Multi form, code 5 only: appends a copy of `len` bytes of `str` (negative:
+ * measured with strlen; NULL counts as length 0), with caller value 0, to the
+ * last entry (`entry` = size - 1) or to a new one (`entry` = size). Anything
+ * else: nothing.
+ */
 QEL_API void qel_xvars_add_string(qel_xvars *xs, int64_t entry, const char *str, int64_t len);
+
+/* Code 5 only: replaces string `pos` of entry `entry` (pos ignored in the
+ * single form) with a copy of `len` bytes of `str` (negative: measured); its
+ * caller value becomes 0. Out of range, or another code: nothing.
+ */
 QEL_API void qel_xvars_set_string(qel_xvars *xs, int64_t entry, int64_t pos, const char *str, int64_t len);
+
+/* Stores in *str_out and *length_out string `pos` of entry `entry` (pos
+ * ignored in the single form). Borrowed from the column set's pool, not
+ * terminated, valid until the column set is next changed. NULL and 0 out of
+ * range and for codes other than 5.
+ */
 QEL_API void qel_xvars_get_string(const qel_xvars *xs, int64_t entry, int64_t pos, const char **str_out, int64_t *length_out);
+
+/* Multi form only: sets the caller value of value `pos` of entry `entry` (a
+ * negative pos means the entry's last value), for codes 1 to 5. The single
+ * form, an entry out of range, a pos outside the entry: nothing.
+ */
 QEL_API void qel_xvars_set_buf(qel_xvars *xs, int64_t entry, int64_t pos, uint64_t value);
+
+/* The caller value that qel_xvars_set_buf with the same entry and pos would
+ * set; 0 where it would do nothing (always in the single form).
+ */
 QEL_API uint64_t qel_xvars_get_buf(const qel_xvars *xs, int64_t entry, int64_t pos);
 
 #ifdef __cplusplus
