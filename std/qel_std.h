@@ -137,100 +137,375 @@ typedef struct qel_char_view {
 
 /* ---- memory ---- */
 
-/* Requires nothing; never returns NULL (aborts when memory runs out). */
+/* A block of at least `size` bytes. Never returns NULL: when memory runs out
+ * the process aborts. Free it with qel_free.
+ */
 QEL_API void *qel_malloc(size_t size);
-/* Requires a block from qel_malloc, or NULL. */
+
+/* Releases a block from qel_malloc. NULL does nothing. */
 QEL_API void qel_free(void *block);
 
 /* ---- qel_arrayd: 32-bit values (unsigned order when sorted) ---- */
 
+/* Makes an empty array (count 0) of the uninitialised or terminated record
+ * `a`. The second argument is ignored.
+ */
 QEL_API void qel_arrayd_init(qel_arrayd *a, int zero);
+
+/* Releases the entries (and the keyed-insert index); the record may be
+ * initialised again.
+ */
 QEL_API void qel_arrayd_term(qel_arrayd *a);
+
+/* Adds one entry at the end: `value` and its caller value `buf`. Growth is
+ * amortised O(1).
+ */
 QEL_API void qel_arrayd_append(qel_arrayd *a, uint32_t value, uint64_t buf);
+
+/* Appends copies of all of src's entries in use, in order, each with its
+ * caller value. `src` may be `dst`.
+ */
 QEL_API void qel_arrayd_append_array(qel_arrayd *dst, const qel_arrayd *src);
+
+/* Makes `dst` (initialised) an exact copy of src's entries in use with their
+ * caller values. The three int arguments are ignored.
+ */
 QEL_API void qel_arrayd_clone(const qel_arrayd *src, int zero1, qel_arrayd *dst, int zero2, int zero3);
+
+/* Makes the capacity at least n entries in all (growing by at least half when
+ * it grows); the entries in use stay. New entries up to the capacity are zero-
+ * filled, so a caller may write entries below the capacity and then raise
+ * `count`.
+ */
 QEL_API void qel_arrayd_expand(qel_arrayd *a, int64_t n);
+
+/* Sets the count to 0, keeping the storage; the array stays usable. */
 QEL_API void qel_arrayd_remove_all(qel_arrayd *a);
+
+/* Stores the value of entry `index` in *out and returns 1; outside 0 ..
+ * count-1 stores 0 and returns 0. `out` must not be NULL.
+ */
 QEL_API int qel_arrayd_get_at(const qel_arrayd *a, int64_t index, uint32_t *out);
+
+/* Overwrites value and caller value of entry `index`; outside 0 .. count-1
+ * nothing happens.
+ */
 QEL_API void qel_arrayd_set_at(qel_arrayd *a, int64_t index, uint32_t value, uint64_t buf);
+
+/* The lowest index whose value has exactly these bits, by linear search, or
+ * -1.
+ */
 QEL_API int64_t qel_arrayd_find_index(const qel_arrayd *a, uint32_t value);
+
+/* The lowest index holding `value`, by binary search over an array sorted
+ * ascending (as unsigned 32-bit numbers), or -1.
+ */
 QEL_API int64_t qel_arrayd_bfind_index(const qel_arrayd *a, uint32_t value);
+
+/* The entry holding `value` (the lowest such), appended with caller value 0
+ * when absent; never NULL. Expected O(1) through an index the array keeps. The
+ * pointer is valid until the array next changes size or is sorted.
+ */
 QEL_API qel_arrayd_entry *qel_arrayd_entry_insert(qel_arrayd *a, uint32_t value);
+
+/* Sorts the entries in use by value, as unsigned 32-bit numbers: ascending for
+ * a nonzero flag, descending for 0. Stable in both directions; every entry
+ * moves whole, with its caller value.
+ */
 QEL_API void qel_arrayd_qsort(qel_arrayd *a, int flag);
 
 /* ---- qel_arrayx: signed 64-bit values ---- */
 
+/* Makes an empty array (count 0) of the uninitialised or terminated record
+ * `a`. The second argument is ignored.
+ */
 QEL_API void qel_arrayx_init(qel_arrayx *a, int zero);
+
+/* Releases the entries (and the keyed-insert index); the record may be
+ * initialised again.
+ */
 QEL_API void qel_arrayx_term(qel_arrayx *a);
+
+/* Adds one entry at the end: `value` and its caller value `buf`. Growth is
+ * amortised O(1).
+ */
 QEL_API void qel_arrayx_append(qel_arrayx *a, int64_t value, uint64_t buf);
+
+/* Appends copies of all of src's entries in use, in order, each with its
+ * caller value. `src` may be `dst`.
+ */
 QEL_API void qel_arrayx_append_array(qel_arrayx *dst, const qel_arrayx *src);
+
+/* Makes `dst` (initialised) an exact copy of src's entries in use with their
+ * caller values. The three int arguments are ignored.
+ */
 QEL_API void qel_arrayx_clone(const qel_arrayx *src, int zero1, qel_arrayx *dst, int zero2, int zero3);
+
+/* Makes the capacity at least n entries in all (growing by at least half when
+ * it grows); the entries in use stay. New entries up to the capacity are zero-
+ * filled, so a caller may write entries below the capacity and then raise
+ * `count`.
+ */
 QEL_API void qel_arrayx_expand(qel_arrayx *a, int64_t n);
+
+/* Sets the count to 0, keeping the storage; the array stays usable. */
 QEL_API void qel_arrayx_remove_all(qel_arrayx *a);
+
+/* Stores the value of entry `index` in *out and returns 1; outside 0 ..
+ * count-1 stores 0 and returns 0. `out` must not be NULL.
+ */
 QEL_API int qel_arrayx_get_at(const qel_arrayx *a, int64_t index, int64_t *out);
+
+/* Overwrites value and caller value of entry `index`; outside 0 .. count-1
+ * nothing happens.
+ */
 QEL_API void qel_arrayx_set_at(qel_arrayx *a, int64_t index, int64_t value, uint64_t buf);
+
+/* The lowest index whose value has exactly these bits, by linear search, or
+ * -1.
+ */
 QEL_API int64_t qel_arrayx_find_index(const qel_arrayx *a, int64_t value);
+
+/* The lowest index holding `value`, by binary search over an array sorted
+ * ascending (as signed 64-bit numbers), or -1.
+ */
 QEL_API int64_t qel_arrayx_bfind_index(const qel_arrayx *a, int64_t value);
+
+/* The entry holding `value` (the lowest such), appended with caller value 0
+ * when absent; never NULL. Expected O(1) through an index the array keeps. The
+ * pointer is valid until the array next changes size or is sorted.
+ */
 QEL_API qel_arrayx_entry *qel_arrayx_entry_insert(qel_arrayx *a, int64_t value);
+
+/* Sorts the entries in use by value, as signed 64-bit numbers: ascending for a
+ * nonzero flag, descending for 0. Stable in both directions; every entry moves
+ * whole, with its caller value.
+ */
 QEL_API void qel_arrayx_qsort(qel_arrayx *a, int flag);
 
 /* ---- qel_array: byte strings in one pool ---- */
 
+/* Makes an empty array with an empty pool from the uninitialised or terminated
+ * record `a`. The second argument is ignored.
+ */
 QEL_API void qel_array_init(qel_array *a, int zero);
+
+/* Releases the entries, the pool and the keyed-insert index; the record may be
+ * initialised again.
+ */
 QEL_API void qel_array_term(qel_array *a);
+
+/* Copies `length` bytes (they may lie in this array's own pool) to the end of
+ * the pool and adds an entry for them with caller value `tag` (zero-extended).
+ * A negative length, NULL bytes with a positive length, or a pool that would
+ * reach 4 GiB: nothing changes.
+ */
 QEL_API void qel_array_append(qel_array *a, const char *bytes, int64_t length, uint32_t tag);
+
+/* Appends copies of all of src's strings in order, each with its caller value;
+ * nothing at all when dst's pool would reach 4 GiB. `src` may be `dst`.
+ */
 QEL_API void qel_array_append_array(qel_array *dst, const qel_array *src);
+
+/* Makes `dst` (initialised) an exact copy of `src`: strings, pool and caller
+ * values. The three int arguments are ignored.
+ */
 QEL_API void qel_array_clone(const qel_array *src, int zero1, qel_array *dst, int zero2, int zero3);
+
+/* Makes the capacity at least n entries in all (growing by at least half when
+ * it grows); new entries up to the capacity are empty strings with caller
+ * value 0.
+ */
 QEL_API void qel_array_expand(qel_array *a, int64_t n);
+
+/* Sets the count to 0 and empties the pool, keeping the storage; entries up to
+ * the capacity become empty strings (their caller values stay).
+ */
 QEL_API void qel_array_remove_all(qel_array *a);
+
+/* Stores in *bytes_out and *length_out the string of entry `index` (borrowed
+ * from the pool, not terminated, never NULL for an entry in use; valid until
+ * the array next changes) and returns the low 32 bits of its caller value (the
+ * tag). Outside 0 .. count-1: NULL, 0, and the result 0.
+ */
 QEL_API uint32_t qel_array_get_at(const qel_array *a, int64_t index, const char **bytes_out, int64_t *length_out);
+
+/* Replaces the string of entry `index` with a copy of `length` bytes (they may
+ * lie in the pool) and its caller value with `tag`. The bytes overwrite the
+ * old ones when they fit, and go to the end of the pool otherwise (which is
+ * compacted when more than half of it is dead). Outside 0 .. count-1, or for a
+ * string qel_array_append would refuse: nothing.
+ */
 QEL_API void qel_array_set_at(qel_array *a, int64_t index, const char *bytes, int64_t length, uint32_t tag);
+
+/* Sets the caller value of entry `index` to `tag` (zero-extended), keeping its
+ * string; outside 0 .. count-1 nothing.
+ */
 QEL_API void qel_array_update_at(qel_array *a, int64_t index, uint32_t tag);
+
+/* The lowest index holding exactly these `length` bytes, by linear search, or
+ * -1 (always for a negative length).
+ */
 QEL_API int64_t qel_array_find_index(const qel_array *a, const char *bytes, int64_t length);
+
+/* The lowest index holding exactly these bytes, by binary search over an array
+ * sorted ascending by qel_array_qsort, or -1.
+ */
 QEL_API int64_t qel_array_bfind_index(const qel_array *a, const char *bytes, int64_t length);
+
+/* The entry holding exactly these bytes (the lowest such), appended with
+ * caller value 0 when absent; never NULL, expected O(1). For a string the
+ * array cannot take (negative length, NULL bytes with a positive length, a
+ * full pool) nothing is stored and the result is a spare entry past the count
+ * whose caller value may be written without effect. The pointer is valid until
+ * the array next changes.
+ */
 QEL_API qel_array_entry *qel_array_entry_insert(qel_array *a, const char *bytes, int64_t length);
+
+/* Sorts the entries in use by their bytes (unsigned bytes, then the shorter
+ * string first: the order of qel_mem_cmp), ascending for a nonzero flag and
+ * descending for 0. Stable; entries move whole with their caller values, the
+ * pool stays.
+ */
 QEL_API void qel_array_qsort(qel_array *a, int flag);
 
 /* ---- qel_arrays: pointers, not owned ---- */
 
+/* Makes an empty pointer array from the uninitialised or terminated record
+ * `a`. The second argument is ignored.
+ */
 QEL_API void qel_arrays_init(qel_arrays *a, int zero);
+
+/* Releases the slots, not the elements they point to. */
 QEL_API void qel_arrays_term(qel_arrays *a);
+
+/* Adds the pointer at the end (not owned by the array). */
 QEL_API void qel_arrays_append(qel_arrays *a, void *element);
+
+/* The pointer at `index`, or NULL outside 0 .. count-1. */
 QEL_API void *qel_arrays_get_at(const qel_arrays *a, int64_t index);
+
+/* Hands every element, in order, to `destructor` (when it is not NULL), then
+ * sets the count to 0; the array stays usable.
+ */
 QEL_API void qel_arrays_free_all(qel_arrays *a, void (*destructor)(void *element));
 
 /* ---- qel_hash ---- */
 
+/* Makes an empty hash from the uninitialised or terminated record `h`. The two
+ * int arguments are ignored.
+ */
 QEL_API void qel_hash_init(qel_hash *h, int one, int zero);
+
+/* Releases the table, the entries and the key copies; not the values they
+ * point to.
+ */
 QEL_API void qel_hash_term(qel_hash *h);
+
+/* Adds an entry with a copy of `length` key bytes (they may lie in key_pool)
+ * and `value`, and returns it. A key already present: if its newest entry
+ * holds NULL, that entry takes the value; otherwise a second entry is added,
+ * which qel_hash_get then finds, and a walk visits both. NULL, and no change,
+ * for a negative length, NULL key bytes with a positive length, or a key pool
+ * that would pass 4 GiB. Entries and key_pool may move on insertion.
+ */
 QEL_API qel_hash_entry *qel_hash_insert(qel_hash *h, const char *key, int64_t length, void *value);
+
+/* The value of the newest entry whose key is exactly these `length` bytes, or
+ * NULL.
+ */
 QEL_API void *qel_hash_get(const qel_hash *h, const char *key, int64_t length);
+
+/* The first entry in insertion order, or NULL for an empty hash; sets up
+ * *cursor (the caller's word, which needs no initialising) for
+ * qel_hash_entry_next. Read the key as `key_length` bytes at `key_pool +
+ * key_offset`; skip entries whose value is NULL if cleared entries do not
+ * interest you.
+ */
 QEL_API qel_hash_entry *qel_hash_entry_first(qel_hash *h, void **cursor);
+
+/* The entry after `entry` in insertion order, or NULL at the end. A walk
+ * visits every entry once and survives the caller writing the visited entries'
+ * values and other hashes changing, but not insertions into this hash.
+ */
 QEL_API qel_hash_entry *qel_hash_entry_next(qel_hash *h, void **cursor, qel_hash_entry *entry);
 
 /* ---- qel_stream ---- */
 
+/* Makes an empty stream from the uninitialised or terminated record `s`. */
 QEL_API void qel_stream_init(qel_stream *s);
+
+/* Releases the bytes. */
 QEL_API void qel_stream_term(qel_stream *s);
+
+/* Replaces the contents with a copy of `length` bytes (they may lie in the
+ * stream). A negative length, or NULL bytes with a positive length, changes
+ * nothing.
+ */
 QEL_API void qel_stream_copy(qel_stream *s, const char *bytes, int64_t length);
+
+/* Makes dst's contents a copy of src's. */
 QEL_API void qel_stream_clone(const qel_stream *src, qel_stream *dst);
+
+/* Appends a copy of `length` bytes (they may lie in the stream) behind the
+ * bytes in use. Bad lengths as for qel_stream_copy change nothing.
+ */
 QEL_API void qel_stream_append(qel_stream *s, const char *bytes, int64_t length);
+
+/* Makes the capacity at least n bytes (growing by at least half when it
+ * grows); the contents stay and new bytes are zero.
+ */
 QEL_API void qel_stream_expand(qel_stream *s, int64_t n);
+
+/* Zeroes bytes offset .. offset+n-1 (clipped to the capacity) and cuts the
+ * length to at most `offset`. A negative offset or n changes nothing.
+ */
 QEL_API void qel_stream_zero(qel_stream *s, int64_t offset, int64_t n);
+
+/* Cuts the length to at most n bytes (a negative n counts as 0); the capacity
+ * stays.
+ */
 QEL_API void qel_stream_shrink(qel_stream *s, int64_t n);
+
+/* Exchanges bytes, length and capacity of the stream and of `str`, which need
+ * not be initialised; nothing is allocated, released or read.
+ */
 QEL_API void qel_stream_swap_string(qel_stream *s, qel_string *str);
 
 /* ---- qel_string ---- */
 
+/* Makes an empty string from the uninitialised or terminated record `s`. */
 QEL_API void qel_string_init(qel_string *s);
+
+/* Releases the bytes. */
 QEL_API void qel_string_term(qel_string *s);
+
+/* Replaces the contents with a copy of `length` bytes (they may lie in the
+ * string). A negative length, or NULL bytes with a positive length, changes
+ * nothing.
+ */
 QEL_API void qel_string_copy(qel_string *s, const char *bytes, int64_t length);
+
+/* Cuts the length to at most n bytes (a negative n counts as 0). */
 QEL_API void qel_string_shrink(qel_string *s, int64_t n);
+
+/* Removes leading and trailing ASCII whitespace (space, tab, newline, vertical
+ * tab, form feed, carriage return) in place.
+ */
 QEL_API void qel_string_trim(qel_string *s);
 
 /* ---- comparisons ---- */
 
+/* 0 when the string `view` describes (bytes, length) holds exactly these
+ * `length` bytes, 1 otherwise (also for a negative length). `view` must not be
+ * NULL.
+ */
 QEL_API int qel_char_compare(const qel_char_view *view, const char *bytes, int64_t length);
+
+/* Three-way comparison of two byte runs: -1, 0 or 1 by unsigned bytes over the
+ * common length, then the shorter first. A negative length or a NULL pointer
+ * counts as empty.
+ */
 QEL_API int qel_mem_cmp(const void *a, int64_t a_length, const void *b, int64_t b_length);
 
 #ifdef __cplusplus
