@@ -98,7 +98,8 @@ TEST(CppVarOwnership, MoveTransfersAndEmptiesTheSource) {
     EXPECT_EQ(c.get(), raw);
     EXPECT_FALSE(b);  // NOLINT(bugprone-use-after-move)
 
-    c = std::move(c);  // self-move keeps the variant
+    qel::var &alias = c;
+    c = std::move(alias);  // self-move keeps the variant
     EXPECT_EQ(c.get(), raw);
     EXPECT_EQ(c.get<std::string_view>(), "payload");
 }
