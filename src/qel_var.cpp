@@ -220,6 +220,7 @@ void hash_new_at(qel_var *var, void *context, qel_schema_resolver resolver, cons
 
 // ---- lifecycle ----
 
+// Requires nothing; the record alone, storage not yet initialised.
 qel_var *qel::var_alloc(uint32_t type, uint8_t multi, qel_schema *schema) {
   qel_var *var = ::new (qel_malloc(sizeof(qel_var))) qel_var;
   var->type = type;
@@ -229,6 +230,7 @@ qel_var *qel::var_alloc(uint32_t type, uint8_t multi, qel_schema *schema) {
   return var;
 }
 
+// Requires type and multi set, data uninitialised; path NULL at the top.
 void qel::var_init_at(qel_var *var, void *context, qel_schema_resolver resolver, const build_path *path) {
   const storage cls = storage_of(var->type);
   if (var->multi != 0) {
@@ -251,10 +253,12 @@ void qel::var_init_at(qel_var *var, void *context, qel_schema_resolver resolver,
   var->buf = 0;
 }
 
+// Requires type and multi set, data uninitialised.
 void qel_var_init(qel_var *var, void *context, qel_schema_resolver resolver) {
   qel::var_init_at(var, context, resolver, nullptr);
 }
 
+// Requires initialised storage; releases it, keeping type, multi and schema.
 void qel_var_free_x(qel_var *var) {
   const storage cls = storage_of(var->type);
   if (var->multi != 0) {
@@ -280,12 +284,15 @@ void qel_var_free_x(qel_var *var) {
   var->buf = 0;
 }
 
+// Requires a variant or NULL; the element destructor of record arrays.
 void qel_var_term(void *var) { qel_var_free(static_cast<qel_var *>(var)); }
 
+// Requires a single record with an empty member hash.
 void qel_var_hash_new(qel_var *var, void *context, qel_schema_resolver resolver) {
   hash_new_at(var, context, resolver, nullptr);
 }
 
+// Requires a single record; frees its members, leaving NULL in their entries.
 void qel_var_hash_free(qel_var *var) {
   void *cursor = nullptr;
   for (qel_hash_entry *e = qel_hash_entry_first(&var->data.members, &cursor); e != nullptr;

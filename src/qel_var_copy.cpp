@@ -135,6 +135,7 @@ void append_values(qel_var *dst, const qel_var *src) {
 
 }  // namespace
 
+// Requires two variants with disjoint trees.
 void qel::var_copy_into(qel_var *dst, const qel_var *src) {
   if (dst->type != src->type || dst->multi != src->multi) reform(dst, src->type, src->multi, src->schema);
   if (src->multi != 0) {

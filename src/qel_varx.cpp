@@ -21,6 +21,7 @@ inline void unpack_tag(uint32_t tag, uint32_t *type_out, uint8_t *multi_out) {
 
 }  // namespace
 
+// Requires nothing; the schema comes from the resolver, else the context.
 qel_var *qel::var_new_at(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
                          const build_path *path) {
   qel_var *var = var_alloc(type, multi, nullptr);
