@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that add the peer libraries to the benchmark
+# suite: json-c, Apache Avro's C library and Abseil.  The suite builds and
+# runs without them; each one found adds its rows at the next configure.
+#
+#   sudo bench/install-peers.sh        (or as root)
+set -euo pipefail
+
+packages=(libjson-c-dev libavro-dev libabsl-dev)
+
+if [ "$(id -u)" -ne 0 ]; then
+  if command -v sudo >/dev/null 2>&1; then
+    exec sudo "$0" "$@"
+  fi
+  echo "install-peers.sh: run as root (apt-get installs ${packages[*]})" >&2
+  exit 1
+fi
+
+export DEBIAN_FRONTEND=noninteractive
+apt-get update
+apt-get install -y --no-install-recommends "${packages[@]}" pkg-config
