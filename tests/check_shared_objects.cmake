@@ -1,3 +1,4 @@
+cmake_policy(SET CMP0057 NEW)
 # Checks the built shared objects: the dynamic symbol table holds exactly the
 # functions the public headers declare with QEL_API, and NEEDED lists only
 # libc (plus libqel_std for libqel).
