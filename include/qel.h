@@ -788,23 +788,30 @@ QEL_API uint64_t qel_xvars_get_buf(const qel_xvars *xs, int64_t entry, int64_t p
 
 /* ---- layouts the interface fixes ---- */
 
+/* Size of a record's member without an object (and without a C-style cast in C++). */
+#if defined(__cplusplus)
+#define QEL_MEMBER_SIZE(type, member) sizeof(type::member)
+#else
+#define QEL_MEMBER_SIZE(type, member) sizeof(((type *)0)->member)
+#endif
+
 QEL_STATIC_ASSERT(offsetof(qel_var, type) == 0, var_type_first);
 QEL_STATIC_ASSERT(offsetof(qel_var, multi) == 4, var_multi_second);
 QEL_STATIC_ASSERT(offsetof(qel_var, schema) < offsetof(qel_var, data), var_schema_before_data);
 QEL_STATIC_ASSERT(offsetof(qel_var, data) < offsetof(qel_var, buf), var_data_before_buf);
-QEL_STATIC_ASSERT(sizeof(((qel_var *)0)->data) >= sizeof(qel_arrayd), var_data_holds_arrayd);
-QEL_STATIC_ASSERT(sizeof(((qel_var *)0)->data) >= sizeof(qel_arrayx), var_data_holds_arrayx);
-QEL_STATIC_ASSERT(sizeof(((qel_var *)0)->data) >= sizeof(qel_array), var_data_holds_array);
-QEL_STATIC_ASSERT(sizeof(((qel_var *)0)->data) >= sizeof(qel_arrays), var_data_holds_arrays);
-QEL_STATIC_ASSERT(sizeof(((qel_var *)0)->data) >= sizeof(qel_stream), var_data_holds_stream);
-QEL_STATIC_ASSERT(sizeof(((qel_var *)0)->data) >= sizeof(qel_hash), var_data_holds_hash);
+QEL_STATIC_ASSERT(QEL_MEMBER_SIZE(qel_var, data) >= sizeof(qel_arrayd), var_data_holds_arrayd);
+QEL_STATIC_ASSERT(QEL_MEMBER_SIZE(qel_var, data) >= sizeof(qel_arrayx), var_data_holds_arrayx);
+QEL_STATIC_ASSERT(QEL_MEMBER_SIZE(qel_var, data) >= sizeof(qel_array), var_data_holds_array);
+QEL_STATIC_ASSERT(QEL_MEMBER_SIZE(qel_var, data) >= sizeof(qel_arrays), var_data_holds_arrays);
+QEL_STATIC_ASSERT(QEL_MEMBER_SIZE(qel_var, data) >= sizeof(qel_stream), var_data_holds_stream);
+QEL_STATIC_ASSERT(QEL_MEMBER_SIZE(qel_var, data) >= sizeof(qel_hash), var_data_holds_hash);
 QEL_STATIC_ASSERT(sizeof(qel_var) <= 80, var_fits_80_bytes);
 QEL_STATIC_ASSERT(offsetof(qel_xvar, type) == 0, xvar_type_first);
 QEL_STATIC_ASSERT(offsetof(qel_xvar, multi) == 4, xvar_multi_second);
-QEL_STATIC_ASSERT(sizeof(((qel_xvar *)0)->data) >= sizeof(qel_array), xvar_data_holds_array);
+QEL_STATIC_ASSERT(QEL_MEMBER_SIZE(qel_xvar, data) >= sizeof(qel_array), xvar_data_holds_array);
 QEL_STATIC_ASSERT(offsetof(qel_xvars, type) == 0, xvars_type_first);
 QEL_STATIC_ASSERT(offsetof(qel_xvars, multi) == 4, xvars_multi_second);
 QEL_STATIC_ASSERT(offsetof(qel_xvars, index) < offsetof(qel_xvars, data), xvars_index_before_data);
-QEL_STATIC_ASSERT(sizeof(((qel_xvars *)0)->data) >= sizeof(qel_array), xvars_data_holds_array);
+QEL_STATIC_ASSERT(QEL_MEMBER_SIZE(qel_xvars, data) >= sizeof(qel_array), xvars_data_holds_array);
 
 #endif /* QEL_H */
