@@ -174,6 +174,8 @@ TEST_F(StringArray, CompactionKeepsStringsAndClearsEntriesBeyondCount) {
   EXPECT_EQ(at(&a, 2), std::string(300, 'z'));
   EXPECT_EQ(at(&a, 5), std::string(100, '5'));
   EXPECT_EQ(a.entries[5].buf, 5u);
+  EXPECT_LT(a.pool.capacity, 4000); // about 40 KB were set over time
+  EXPECT_EQ(a.entries[7].length, 0u); // compaction dropped strings beyond count
   expect_entries_inside_pool(&a);
   EXPECT_EQ(a.entries[a.capacity - 1].buf, 77u); // caller values stay
   a.count = a.capacity; // exposed entries read as empty strings

@@ -126,16 +126,20 @@ TEST_F(Hash, ManyKeysAndKeysFromOwnPool) {
   for (int i = 0; i < 5000; i++) ASSERT_EQ(get(&h, std::to_string(i * 7919)), &store[static_cast<size_t>(i)]);
   EXPECT_EQ(get(&h, "-1"), nullptr);
   // Inserting a key that lives in the pool itself while the pool grows.
+  // Entries may move while h grows: only the cursor is kept across inserts.
   void *cursor;
   qel_hash_entry *e = qel_hash_entry_first(&h, &cursor);
   for (int i = 0; i < 3000; i++) {
-    std::string k = key_of(&h, e) + "#";
-    put(&h, k, &values[1]);
-    e = qel_hash_entry_next(&h, &cursor, e);
-    qel_hash_insert(&h, h.key_pool + e->key_offset, e->key_length, &values[2]);
+    const uint32_t offset = e->key_offset;
+    const uint32_t length = e->key_length;
+    put(&h, key_of(&h, e) + "#", &values[1]);
+    qel_hash_insert(&h, h.key_pool + offset, length, &values[2]);
+    e = qel_hash_entry_next(&h, &cursor, nullptr);
   }
   EXPECT_EQ(get(&h, "0#"), &values[1]);
-  EXPECT_EQ(get(&h, std::to_string(7919)), &values[2]);
+  EXPECT_EQ(get(&h, "0"), &values[2]);
+  EXPECT_EQ(get(&h, std::to_string(2999 * 7919)), &values[2]);
+  EXPECT_EQ(get(&h, std::to_string(3000 * 7919)), &store[3000]);
   EXPECT_EQ(walk(&h).size(), 11000u);
 }
 
