@@ -9,6 +9,7 @@
 
 #include "internal/qel_convert.h"
 #include "internal/qel_xvar_internal.h"
+#include "qel_std_internal.h"
 
 namespace {
 
@@ -80,8 +81,8 @@ template <class C>
 void add_number(qel_xvar *v, C value) {
   if (!v->multi) return;
   switch (v->type) {
-    case kU32: case kF32: qel_arrayd_append(&v->data.arrayd, to_bits32(v->type, value), 0); break;
-    case kI64: case kF64: qel_arrayx_append(&v->data.arrayx, to_bits64(v->type, value), 0); break;
+    case kU32: case kF32: qel_detail::append(&v->data.arrayd, to_bits32(v->type, value), 0); break;
+    case kI64: case kF64: qel_detail::append(&v->data.arrayx, to_bits64(v->type, value), 0); break;
     default: break;
   }
 }
@@ -117,9 +118,9 @@ void set_number(qel_xvar *v, int64_t index, C value) {
     if (is_narrow(t)) v->data.single.value.bits32 = to_bits32(t, value);
     else v->data.single.value.bits64 = static_cast<uint64_t>(to_bits64(t, value));
   } else if (is_narrow(t)) {
-    qel_arrayd_set_at(&v->data.arrayd, index, to_bits32(t, value), 0);
+    qel_detail::set_at(&v->data.arrayd, index, to_bits32(t, value), 0);
   } else {
-    qel_arrayx_set_at(&v->data.arrayx, index, to_bits64(t, value), 0);
+    qel_detail::set_at(&v->data.arrayx, index, to_bits64(t, value), 0);
   }
 }
 

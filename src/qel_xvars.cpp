@@ -11,6 +11,7 @@
 
 #include "internal/qel_convert.h"
 #include "internal/qel_xvar_internal.h"
+#include "qel_std_internal.h"
 
 namespace {
 
@@ -67,7 +68,7 @@ target add_target(const qel_xvars *xs, int64_t entry) {
 // Requires: one value was just appended to data, which held `before` values.
 // Records it in the index: a new entry of one value, or one more in the last.
 void commit_add(qel_xvars *xs, target t, int64_t before) {
-  if (t == target::fresh) qel_arrayd_append(&xs->index, low32(before), 1);
+  if (t == target::fresh) qel_detail::append(&xs->index, low32(before), 1);
   else xs->index.entries[xs->index.count - 1].buf += 1;
 }
 
@@ -94,8 +95,8 @@ void add_number(qel_xvars *xs, int64_t entry, C value) {
   const target where = add_target(xs, entry);
   const int64_t before = data_count(xs);
   if (where == target::none || !values_fit(before, 1)) return;
-  if (is_narrow(t)) qel_arrayd_append(&xs->data.arrayd, to_bits32(t, value), 0);
-  else qel_arrayx_append(&xs->data.arrayx, to_bits64(t, value), 0);
+  if (is_narrow(t)) qel_detail::append(&xs->data.arrayd, to_bits32(t, value), 0);
+  else qel_detail::append(&xs->data.arrayx, to_bits64(t, value), 0);
   if (data_count(xs) == before + 1) commit_add(xs, where, before);
 }
 
@@ -137,7 +138,7 @@ void add_array(qel_xvars *xs, A &data, const A &src, void (*append_array)(A *, c
   if (!values_fit(before, n)) return;
   append_array(&data, &src);
   if (data.count != before + n) return;
-  qel_arrayd_append(&xs->index, low32(before), static_cast<uint64_t>(n));
+  qel_detail::append(&xs->index, low32(before), static_cast<uint64_t>(n));
 }
 
 // Requires: a string column holding `before` values, multi form, and x a
@@ -154,7 +155,7 @@ void add_strings(qel_xvars *xs, const qel_array &src) {
   }
   qel_array_append_array(&data, &src);
   if (data.count != before + n) return;
-  qel_arrayd_append(&xs->index, low32(before), static_cast<uint64_t>(n));
+  qel_detail::append(&xs->index, low32(before), static_cast<uint64_t>(n));
 }
 
 // Requires: x a multi light variant whose array is of kind A, and `data`
@@ -303,9 +304,9 @@ void qel_xvars_add_var(qel_xvars *xs, const qel_xvar *x) {
   const int64_t before = data_count(xs);
   if (!values_fit(before, 1)) return;
   switch (xs->type) {
-    case kU32: case kF32: qel_arrayd_append(&xs->data.arrayd, x->data.single.value.bits32, 0); break;
+    case kU32: case kF32: qel_detail::append(&xs->data.arrayd, x->data.single.value.bits32, 0); break;
     case kI64: case kF64:
-      qel_arrayx_append(&xs->data.arrayx, static_cast<int64_t>(x->data.single.value.bits64), 0);
+      qel_detail::append(&xs->data.arrayx, static_cast<int64_t>(x->data.single.value.bits64), 0);
       break;
     default: {
       const qel_string &s = x->data.single.value.string;
@@ -314,7 +315,7 @@ void qel_xvars_add_var(qel_xvars *xs, const qel_xvar *x) {
       break;
     }
   }
-  if (data_count(xs) == before + 1) qel_arrayd_append(&xs->index, low32(before), 1);
+  if (data_count(xs) == before + 1) qel_detail::append(&xs->index, low32(before), 1);
 }
 
 // Requires a valid column set and light variant.  Copies entry `entry` into x
