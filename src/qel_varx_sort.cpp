@@ -81,13 +81,17 @@ int compare_string_arrays(const qel_array &a, const qel_array &b) {
   return three_way(a.count, b.count);
 }
 
+// Requires nothing; 32-bit values ordered as unsigned integers.
 int compare_u32(uint32_t x, uint32_t y) { return three_way(x, y); }
+// Requires nothing; 64-bit values ordered as unsigned integers (-1 after 1).
 int compare_i64_unsigned(int64_t x, int64_t y) {
   return three_way(static_cast<uint64_t>(x), static_cast<uint64_t>(y));
 }
+// Requires nothing; stored float bits ordered as floats.
 int compare_float_bits(uint32_t x, uint32_t y) {
   return float_order(qel::conv::bits_float(x), qel::conv::bits_float(y));
 }
+// Requires nothing; stored double bits ordered as doubles.
 int compare_double_bits(int64_t x, int64_t y) {
   return float_order(qel::conv::bits_double(x), qel::conv::bits_double(y));
 }
