@@ -162,7 +162,9 @@ void add_strings(qel_xvars *xs, const qel_array &src) {
 // holding n entries from s.  Makes x's array exactly those n entries.
 template <class A>
 void fetch_array(const A &data, int64_t s, int64_t n, A &dst, void (*expand)(A *, int64_t)) {
-  expand(&dst, n);
+  // The entries are rewritten in place, so the keyed-insert index goes either way.
+  if (n > dst.capacity) expand(&dst, n);
+  else if (dst.priv_lookup) qel_detail::drop_lookup(&dst);
   if (n > 0) std::memcpy(dst.entries, data.entries + s, static_cast<size_t>(n) * sizeof *dst.entries);
   dst.count = n;
 }
