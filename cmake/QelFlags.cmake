@@ -16,9 +16,12 @@ endif()
 # They are linked by the C driver so libstdc++ is never pulled in, and
 # --no-undefined turns any accidental use of it into a link error.
 function(qel_library_settings target)
+  # -fno-semantic-interposition and -Bsymbolic-functions: a library's calls
+  # to its own exported functions bind to them directly (no PLT, and within
+  # a file they may be inlined); an export is never replaced from outside.
   target_compile_options(${target} PRIVATE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility-inlines-hidden>
-    -fvisibility=hidden)
+    -fvisibility=hidden -fno-semantic-interposition)
   set_target_properties(${target} PROPERTIES
     LINKER_LANGUAGE C
     VERSION ${PROJECT_VERSION}
@@ -26,6 +29,7 @@ function(qel_library_settings target)
     C_VISIBILITY_PRESET hidden
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
+  target_link_options(${target} PRIVATE -Wl,-Bsymbolic-functions)
   if(NOT QEL_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,--no-undefined -Wl,--as-needed)
   endif()

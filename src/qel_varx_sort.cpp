@@ -142,14 +142,14 @@ int64_t search(const qel_var *var, const void *key, int64_t len) {
       if (key == nullptr) return -1;
       uint32_t k;
       std::memcpy(&k, key, sizeof k);
-      return Binary ? qel_arrayd_bfind_index(&var->data.arrayd, k)
+      return Binary ? qel_detail::bfind_index(&var->data.arrayd, k)
                     : qel_arrayd_find_index(&var->data.arrayd, k);
     }
     case storage::bits64: {
       if (key == nullptr) return -1;
       int64_t k;
       std::memcpy(&k, key, sizeof k);
-      return Binary ? qel_arrayx_bfind_index(&var->data.arrayx, k)
+      return Binary ? qel_detail::bfind_index(&var->data.arrayx, k)
                     : qel_arrayx_find_index(&var->data.arrayx, k);
     }
     case storage::bytes: {

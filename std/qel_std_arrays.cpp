@@ -127,24 +127,6 @@ int64_t find_index(const A *a, typename traits<A>::Value value) {
   return -1;
 }
 
-// Requires an initialised array sorted ascending; lowest position holding
-// value by binary search, or -1.
-template <typename A>
-int64_t bfind_index(const A *a, typename traits<A>::Value value) {
-  const auto key = traits<A>::order(value);
-  int64_t lo = 0;
-  int64_t hi = in_use(a);
-  while (lo < hi) {
-    int64_t mid = lo + (hi - lo) / 2;
-    if (traits<A>::order(a->entries[mid].value) < key)
-      lo = mid + 1;
-    else
-      hi = mid;
-  }
-  if (lo < in_use(a) && a->entries[lo].value == value) return lo;
-  return -1;
-}
-
 // Requires an initialised array; the entry holding value (lowest position),
 // appended with buf 0 when absent.  Expected O(1) through the index.
 template <typename A>
@@ -230,7 +212,7 @@ extern "C" QEL_API int64_t qel_arrayd_find_index(const qel_arrayd *a, uint32_t v
 }
 // Requires an array sorted ascending; lowest position of value, or -1.
 extern "C" QEL_API int64_t qel_arrayd_bfind_index(const qel_arrayd *a, uint32_t value) {
-  return bfind_index(a, value);
+  return qel_detail::bfind_index(a, value);
 }
 // Requires an initialised array; the entry for value, never NULL.
 extern "C" QEL_API qel_arrayd_entry *qel_arrayd_entry_insert(qel_arrayd *a, uint32_t value) {
@@ -280,7 +262,7 @@ extern "C" QEL_API int64_t qel_arrayx_find_index(const qel_arrayx *a, int64_t va
 }
 // Requires an array sorted ascending; lowest position of value, or -1.
 extern "C" QEL_API int64_t qel_arrayx_bfind_index(const qel_arrayx *a, int64_t value) {
-  return bfind_index(a, value);
+  return qel_detail::bfind_index(a, value);
 }
 // Requires an initialised array; the entry for value, never NULL.
 extern "C" QEL_API qel_arrayx_entry *qel_arrayx_entry_insert(qel_arrayx *a, int64_t value) {

@@ -316,6 +316,33 @@ inline void set_at(qel_arrayx *a, int64_t index, int64_t value, uint64_t buf) {
   value_set_at(a, index, value, buf);
 }
 
+// Requires n entries at a sorted ascending by value (unsigned 32-bit order
+// for qel_arrayd entries, signed 64-bit for qel_arrayx); the lowest position
+// holding value, or -1.  Branch-free halving: the comparison selects the next
+// base (a conditional move, not a jump), and both entries the next step may probe are prefetched,
+// so the memory latency of the steps overlaps instead of waiting on a
+// mispredicted branch.
+template <typename Entry, typename V>
+inline int64_t bfind_entries(const Entry *a, int64_t n, V value) {
+  if (n <= 0) return -1;
+  const Entry *base = a;
+  int64_t len = n;
+  while (len > 1) {
+    const int64_t half = len / 2;
+    const int64_t next = (len - half) / 2;
+    __builtin_prefetch(base + next);
+    __builtin_prefetch(base + half + next);
+    base = base[half].value < value ? base + half : base;  // a conditional move
+    len -= half;
+  }
+  const int64_t pos = (base - a) + static_cast<int64_t>(base->value < value);
+  return pos < n && a[pos].value == value ? pos : -1;
+}
+
+// Require an initialised array sorted ascending; lowest position of value, or -1.
+inline int64_t bfind_index(const qel_arrayd *a, uint32_t value) { return bfind_entries(a->entries, in_use(a), value); }
+inline int64_t bfind_index(const qel_arrayx *a, int64_t value) { return bfind_entries(a->entries, in_use(a), value); }
+
 // ---------------------------------------------------------------- hash lookup
 
 // The 32 hash bits that a hash entry stores and its slots are placed by.
