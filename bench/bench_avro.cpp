@@ -5,6 +5,7 @@
 // release).  Value interfaces are made once, outside the timing.
 #include <avro.h>
 
+#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -105,12 +106,12 @@ void avro_append_read_double(benchmark::State &state) {
       avro_value_append(&a, &e, nullptr);
       avro_value_set_double(&e, x);
     }
-    double sum = 0;
+    uint64_t sum = 0;
     for (int64_t i = 0; i < kValues; ++i) {
       double out = 0;
       avro_value_get_by_index(&a, static_cast<size_t>(i), &e, nullptr);
       avro_value_get_double(&e, &out);
-      sum += out;
+      sum += std::bit_cast<uint64_t>(out);
     }
     qb::keep(sum);
     avro_value_decref(&a);

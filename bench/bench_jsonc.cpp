@@ -4,6 +4,7 @@
 // and 5 (json_object_deep_copy, then release).
 #include <json-c/json.h>
 
+#include <bit>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -34,8 +35,9 @@ void jsonc_append_read_double(benchmark::State &state) {
   for (auto _ : state) {
     json_object *a = json_object_new_array();
     for (double x : in) json_object_array_add(a, json_object_new_double(x));
-    double sum = 0;
-    for (int64_t i = 0; i < kValues; ++i) sum += json_object_get_double(json_object_array_get_idx(a, static_cast<size_t>(i)));
+    uint64_t sum = 0;
+    for (int64_t i = 0; i < kValues; ++i)
+      sum += std::bit_cast<uint64_t>(json_object_get_double(json_object_array_get_idx(a, static_cast<size_t>(i))));
     qb::keep(sum);
     json_object_put(a);
   }
