@@ -8,6 +8,7 @@
 
 #include "internal/qel_convert.h"
 #include "internal/qel_var_internal.h"
+#include "qel_std_internal.h"
 
 namespace {
 
@@ -256,7 +257,7 @@ QEL_API uint64_t qel_var_get_buf(const qel_var *var, int64_t index) {
 // `name` of a single record a deep copy of src, creating it if absent.
 QEL_API void qel_var_set_val(qel_var *var, const char *name, int64_t len, const qel_var *src) {
   if (!is_record_code(var->type) || var->multi != 0) return;
-  auto *member = static_cast<qel_var *>(qel_hash_get(&var->data.members, name, len));
+  auto *member = static_cast<qel_var *>(qel_detail::hash_get(&var->data.members, name, len));
   if (member == nullptr) {
     member = qel_var_new(src->type, src->multi);
     qel_hash_insert(&var->data.members, name, len, member);
@@ -267,7 +268,7 @@ QEL_API void qel_var_set_val(qel_var *var, const char *name, int64_t len, const 
 // Requires a variant; member `name` of a single record (borrowed), or NULL.
 QEL_API qel_var *qel_var_get_val(const qel_var *var, const char *name, int64_t len) {
   if (!is_record_code(var->type) || var->multi != 0) return nullptr;
-  return static_cast<qel_var *>(qel_hash_get(&var->data.members, name, len));
+  return static_cast<qel_var *>(qel_detail::hash_get(&var->data.members, name, len));
 }
 
 // Requires a variant; appends a member-less record of the array's code and

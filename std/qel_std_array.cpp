@@ -36,7 +36,7 @@ int64_t slookup_find(const lookup *lk, const qel_array *a, uint64_t h, const cha
     if (pos1 == 0) return -1;
     if (s[2 * i] == h) {
       view v = entry_view(a, a->entries[pos1 - 1]);
-      if (v.n == n && (n == 0 || std::memcmp(v.p, p, n) == 0)) return static_cast<int64_t>(pos1 - 1);
+      if (v.n == n && qel_detail::same_bytes(v.p, p, n)) return static_cast<int64_t>(pos1 - 1);
     }
     i = (i + 1) & lk->mask;
   }

@@ -29,8 +29,7 @@ uint32_t probe(const qel_hash *h, uint32_t hv, const char *key, uint32_t len) {
     uint32_t s = h->priv_slots[i];
     if (s == 0) return i;
     const qel_hash_entry &e = h->priv_entries[s - 1];
-    if (e.priv_hash == hv && e.key_length == len &&
-        (len == 0 || std::memcmp(h->key_pool + e.key_offset, key, len) == 0))
+    if (e.priv_hash == hv && e.key_length == len && qel_detail::same_bytes(h->key_pool + e.key_offset, key, len))
       return i;
     i = (i + 1) & mask;
   }
@@ -104,7 +103,7 @@ extern "C" QEL_API qel_hash_entry *qel_hash_insert(qel_hash *h, const char *key,
   if (length < 0 || length > kMaxKeyBytes || (key == nullptr && length > 0)) return nullptr;
   const auto len = static_cast<uint32_t>(length);
   const uint32_t hv = qel_detail::key_hash(key, len);
-  qel_hash_entry *old = qel_detail::hash_find(h, key, length);
+  qel_hash_entry *old = qel_detail::hash_find_hashed(h, key, len, hv);  // hashed once
   if (old != nullptr && old->value == nullptr) {
     old->value = value;
     return old;

@@ -96,22 +96,52 @@ inline uint64_t mix64(uint64_t x) {
   return x;
 }
 
+// Requires 8 readable bytes at p; them as one word.
+inline uint64_t load64(const char *p) {
+  uint64_t w;
+  std::memcpy(&w, p, 8);
+  return w;
+}
+
+// Requires 1 <= n <= 7 readable bytes at p; a word that holds every one of
+// them (two overlapping 4-byte loads, or three single bytes for n <= 3), so
+// that for one n, equal words mean equal bytes.  No byte-wise copy through
+// memory: the loads go straight to registers.
+inline uint64_t load_short(const char *p, size_t n) {
+  if (n >= 4) {
+    uint32_t lo;
+    uint32_t hi;
+    std::memcpy(&lo, p, 4);
+    std::memcpy(&hi, p + n - 4, 4);
+    return static_cast<uint64_t>(lo) | (static_cast<uint64_t>(hi) << 32);
+  }
+  return static_cast<uint64_t>(static_cast<unsigned char>(p[0])) |
+         (static_cast<uint64_t>(static_cast<unsigned char>(p[n >> 1])) << 8) |
+         (static_cast<uint64_t>(static_cast<unsigned char>(p[n - 1])) << 16);
+}
+
+// Requires n readable bytes at a and at b (either may be NULL when n is 0);
+// true when they are the same bytes.  Inline word compares: the keys looked
+// up are mostly short, where a call to memcmp costs more than the compare.
+inline bool same_bytes(const char *a, const char *b, size_t n) {
+  if (n >= 8) {
+    for (size_t i = 0; i + 8 < n; i += 8)
+      if (load64(a + i) != load64(b + i)) return false;
+    return load64(a + n - 8) == load64(b + n - 8);
+  }
+  return n == 0 || load_short(a, n) == load_short(b, n);
+}
+
 // Requires n readable bytes at p (p may be NULL when n is 0); hash of them.
 inline uint64_t hash_bytes(const char *p, size_t n) {
   uint64_t h = 0x243f6a8885a308d3ULL ^ (static_cast<uint64_t>(n) * 0x9e3779b97f4a7c15ULL);
   while (n >= 8) {
-    uint64_t w;
-    std::memcpy(&w, p, 8);
-    h = (h ^ w) * 0xbf58476d1ce4e5b9ULL;
+    h = (h ^ load64(p)) * 0xbf58476d1ce4e5b9ULL;
     h ^= h >> 31;
     p += 8;
     n -= 8;
   }
-  if (n != 0) {
-    uint64_t w = 0;
-    std::memcpy(&w, p, n);
-    h = (h ^ w) * 0x94d049bb133111ebULL;
-  }
+  if (n != 0) h = (h ^ load_short(p, n)) * 0x94d049bb133111ebULL;
   return mix64(h);
 }
 
@@ -350,24 +380,29 @@ inline uint32_t key_hash(const char *key, size_t length) {
   return static_cast<uint32_t>(hash_bytes(key, length) >> 32);
 }
 
-// Requires an initialised hash; the newest entry under exactly these bytes,
-// or NULL (also for a negative length, or NULL key with a positive length).
-inline qel_hash_entry *hash_find(const qel_hash *h, const char *key, int64_t length) {
-  if (h->priv_count == 0 || length < 0 || length > UINT32_MAX || (key == nullptr && length > 0))
-    return nullptr;
-  const auto len = static_cast<size_t>(length);
-  const uint32_t hv = key_hash(key, len);
+// Requires an initialised hash, length readable bytes at key and hv their
+// key_hash; the newest entry under exactly these bytes, or NULL.
+inline qel_hash_entry *hash_find_hashed(const qel_hash *h, const char *key, size_t len, uint32_t hv) {
+  if (h->priv_count == 0) return nullptr;
   const uint32_t mask = h->priv_slot_mask;
   uint32_t i = hv & mask;
   for (;;) {
     uint32_t s = h->priv_slots[i];
     if (s == 0) return nullptr;
     qel_hash_entry *e = &h->priv_entries[s - 1];
-    if (e->priv_hash == hv && e->key_length == len &&
-        (len == 0 || std::memcmp(h->key_pool + e->key_offset, key, len) == 0))
+    if (e->priv_hash == hv && e->key_length == len && same_bytes(h->key_pool + e->key_offset, key, len))
       return e;
     i = (i + 1) & mask;
   }
+}
+
+// Requires an initialised hash; the newest entry under exactly these bytes,
+// or NULL (also for a negative length, or NULL key with a positive length).
+inline qel_hash_entry *hash_find(const qel_hash *h, const char *key, int64_t length) {
+  if (h->priv_count == 0 || length < 0 || length > UINT32_MAX || (key == nullptr && length > 0))
+    return nullptr;
+  const auto len = static_cast<size_t>(length);
+  return hash_find_hashed(h, key, len, key_hash(key, len));
 }
 
 // Requires an initialised hash; the value stored under these bytes or NULL.
