@@ -50,12 +50,12 @@ uint64_t read_buf(const Array &a, int64_t index) {
 
 // Requires a multi variant; keyed insert of a 32-bit key, its caller value.
 uint64_t insert32(qel_var *var, uint32_t key) {
-  return qel_arrayd_entry_insert(&var->data.arrayd, key)->buf;
+  return qel_detail::entry_insert(&var->data.arrayd, key)->buf;
 }
 
 // Requires a multi variant; keyed insert of a 64-bit key, its caller value.
 uint64_t insert64(qel_var *var, int64_t key) {
-  return qel_arrayx_entry_insert(&var->data.arrayx, key)->buf;
+  return qel_detail::entry_insert(&var->data.arrayx, key)->buf;
 }
 
 }  // namespace

@@ -127,24 +127,6 @@ int64_t find_index(const A *a, typename traits<A>::Value value) {
   return -1;
 }
 
-// Requires an initialised array; the entry holding value (lowest position),
-// appended with buf 0 when absent.  Expected O(1) through the index.
-template <typename A>
-typename traits<A>::Entry *entry_insert(A *a, typename traits<A>::Value value) {
-  const int64_t n = in_use(a);
-  a->count = n;
-  auto *lk = static_cast<lookup *>(a->priv_lookup);
-  if (lk == nullptr || lk->count != n) {
-    qel_detail::drop_lookup(a);
-    lk = qel_detail::ilookup_build(a->entries, n);
-    a->priv_lookup = lk;
-  }
-  int64_t pos = qel_detail::ilookup_find(lk, a->entries, static_cast<uint64_t>(value));
-  if (pos >= 0) return &a->entries[pos];
-  qel_detail::value_append(a, value, 0);
-  return &a->entries[n];
-}
-
 // Requires an initialised array; sorts it stably, ascending for a nonzero
 // flag, descending for 0.  Entries move whole.
 template <typename A>
@@ -216,7 +198,7 @@ extern "C" QEL_API int64_t qel_arrayd_bfind_index(const qel_arrayd *a, uint32_t 
 }
 // Requires an initialised array; the entry for value, never NULL.
 extern "C" QEL_API qel_arrayd_entry *qel_arrayd_entry_insert(qel_arrayd *a, uint32_t value) {
-  return entry_insert(a, value);
+  return qel_detail::entry_insert(a, value);
 }
 // Requires an initialised array; stable sort, ascending for nonzero flag.
 extern "C" QEL_API void qel_arrayd_qsort(qel_arrayd *a, int flag) { sort(a, flag); }
@@ -266,7 +248,7 @@ extern "C" QEL_API int64_t qel_arrayx_bfind_index(const qel_arrayx *a, int64_t v
 }
 // Requires an initialised array; the entry for value, never NULL.
 extern "C" QEL_API qel_arrayx_entry *qel_arrayx_entry_insert(qel_arrayx *a, int64_t value) {
-  return entry_insert(a, value);
+  return qel_detail::entry_insert(a, value);
 }
 // Requires an initialised array; stable sort, ascending for nonzero flag.
 extern "C" QEL_API void qel_arrayx_qsort(qel_arrayx *a, int flag) { sort(a, flag); }

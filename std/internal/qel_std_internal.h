@@ -148,8 +148,9 @@ inline uint64_t hash_bytes(const char *p, size_t n) {
 // ---------------------------------------------------------------- keyed-insert index
 
 // Header of an index block; the slot table follows it in the same block.
-// Integer arrays use one word per slot (position + 1, 0 = empty); string
-// arrays two (hash, position + 1).
+// Slots are two words.  Integer arrays: the value's key word and position + 1
+// (0 = empty), so a probe compares in the table and never reads the entries.
+// String arrays: the string's hash and position + 1.
 struct lookup {
   int64_t count; // the array count this index describes
   uint64_t mask; // slots - 1 (slots is a power of two)
@@ -197,15 +198,14 @@ inline void drop_lookup(qel_array *a) { drop_lookup_field(&a->priv_lookup); }
 inline uint64_t value_key(const qel_arrayd_entry &e) { return e.value; }
 inline uint64_t value_key(const qel_arrayx_entry &e) { return static_cast<uint64_t>(e.value); }
 
-// Requires an integer index and the entries it describes; position of key, or -1.
-template <typename Entry>
-inline int64_t ilookup_find(const lookup *lk, const Entry *entries, uint64_t key) {
+// Requires an integer index; position of key, or -1.
+inline int64_t ilookup_find(const lookup *lk, uint64_t key) {
   const uint64_t *s = lookup_slots(lk);
   uint64_t i = mix64(key) & lk->mask;
   for (;;) {
-    uint64_t v = s[i];
+    uint64_t v = s[2 * i + 1];
     if (v == 0) return -1;
-    if (value_key(entries[v - 1]) == key) return static_cast<int64_t>(v - 1);
+    if (s[2 * i] == key) return static_cast<int64_t>(v - 1);
     i = (i + 1) & lk->mask;
   }
 }
@@ -214,18 +214,21 @@ inline int64_t ilookup_find(const lookup *lk, const Entry *entries, uint64_t key
 inline void ilookup_place(lookup *lk, uint64_t key, int64_t pos) {
   uint64_t *s = lookup_slots(lk);
   uint64_t i = mix64(key) & lk->mask;
-  while (s[i] != 0) i = (i + 1) & lk->mask;
-  s[i] = static_cast<uint64_t>(pos) + 1;
+  while (s[2 * i + 1] != 0) i = (i + 1) & lk->mask;
+  s[2 * i] = key;
+  s[2 * i + 1] = static_cast<uint64_t>(pos) + 1;
   lk->used++;
 }
 
-// Requires an integer index over entries; doubles its table, same contents.
-template <typename Entry>
-[[gnu::noinline]] inline lookup *ilookup_grow(lookup *lk, const Entry *entries) {
-  lookup *bigger = make_lookup(2 * (lk->mask + 1), 1);
+// Requires an integer index; the same contents in a table 4 times the size
+// (twice, from 2^20 slots on): growing in larger steps rehashes each value
+// fewer times while the table is small enough for the room not to matter.
+[[gnu::noinline]] inline lookup *ilookup_grow(lookup *lk) {
+  const uint64_t slots = lk->mask + 1;
+  lookup *bigger = make_lookup(slots < (uint64_t{1} << 20) ? 4 * slots : 2 * slots, 2);
   const uint64_t *s = lookup_slots(lk);
   for (uint64_t i = 0; i <= lk->mask; i++)
-    if (s[i] != 0) ilookup_place(bigger, value_key(entries[s[i] - 1]), static_cast<int64_t>(s[i] - 1));
+    if (s[2 * i + 1] != 0) ilookup_place(bigger, s[2 * i], static_cast<int64_t>(s[2 * i + 1] - 1));
   bigger->count = lk->count;
   std::free(lk);
   return bigger;
@@ -236,8 +239,8 @@ template <typename Entry>
 template <typename Entry>
 inline lookup *ilookup_add(lookup *lk, const Entry *entries, int64_t pos) {
   uint64_t key = value_key(entries[pos]);
-  if (ilookup_find(lk, entries, key) < 0) {
-    if (2 * (lk->used + 1) > lk->mask + 1) lk = ilookup_grow(lk, entries);
+  if (ilookup_find(lk, key) < 0) {
+    if (2 * (lk->used + 1) > lk->mask + 1) lk = ilookup_grow(lk);
     ilookup_place(lk, key, pos);
   }
   lk->count = pos + 1;
@@ -247,10 +250,10 @@ inline lookup *ilookup_add(lookup *lk, const Entry *entries, int64_t pos) {
 // Requires n entries in use; a fresh index of them (lowest position wins).
 template <typename Entry>
 [[gnu::noinline]] inline lookup *ilookup_build(const Entry *entries, int64_t n) {
-  lookup *lk = make_lookup(slots_for(n), 1);
+  lookup *lk = make_lookup(slots_for(n), 2);
   for (int64_t i = 0; i < n; i++) {
     uint64_t key = value_key(entries[i]);
-    if (ilookup_find(lk, entries, key) < 0) ilookup_place(lk, key, i);
+    if (ilookup_find(lk, key) < 0) ilookup_place(lk, key, i);
   }
   lk->count = n;
   return lk;
@@ -344,6 +347,48 @@ inline void set_at(qel_arrayd *a, int64_t index, uint32_t value, uint64_t buf) {
 }
 inline void set_at(qel_arrayx *a, int64_t index, int64_t value, uint64_t buf) {
   value_set_at(a, index, value, buf);
+}
+
+// Requires an array with n entries in use; a fresh keyed-insert index of them.
+template <typename A>
+[[gnu::noinline]] inline lookup *rebuild_lookup(A *a, int64_t n) {
+  drop_lookup(a);
+  lookup *lk = ilookup_build(a->entries, n);
+  a->priv_lookup = lk;
+  return lk;
+}
+
+// Requires an initialised array; the entry holding value (lowest position),
+// appended with buf 0 when absent.  Expected O(1) through the index, with one
+// probe sequence: where it ends on an empty slot is where a new value goes.
+template <typename A, typename V>
+inline auto *entry_insert(A *a, V value) {
+  const int64_t n = in_use(a);
+  a->count = n;
+  auto *lk = static_cast<lookup *>(a->priv_lookup);
+  if (lk == nullptr || lk->count != n) [[unlikely]]
+    lk = rebuild_lookup(a, n);
+  const uint64_t key = static_cast<uint64_t>(value);
+  uint64_t *s = lookup_slots(lk);
+  uint64_t i = mix64(key) & lk->mask;
+  for (uint64_t v; (v = s[2 * i + 1]) != 0; i = (i + 1) & lk->mask)
+    if (s[2 * i] == key) return &a->entries[v - 1];
+  if (n == a->capacity) [[unlikely]]
+    prepare_append(a);
+  a->entries[n].value = value;
+  a->entries[n].buf = 0;
+  a->count = n + 1;
+  if (2 * (lk->used + 1) > lk->mask + 1) [[unlikely]] {
+    lk = ilookup_grow(lk);
+    a->priv_lookup = lk;
+    ilookup_place(lk, key, n);
+  } else {
+    s[2 * i] = key;
+    s[2 * i + 1] = static_cast<uint64_t>(n) + 1;
+    lk->used++;
+  }
+  lk->count = n + 1;
+  return &a->entries[n];
 }
 
 // Requires n entries at a sorted ascending by value (unsigned 32-bit order
