@@ -216,6 +216,27 @@ TEST(XvarNumbers, KeyedInsertHandsOutTheEntrysCallerValue) {
   EXPECT_EQ(qel_xvar_size(v.get()), 2);
 }
 
+// The keyed insert must see the array as it is after shrink, refill and set.
+TEST(XvarNumbers, KeyedInsertAfterShrinkRefillAndSet) {
+  Xvar v = make_xvar(2, 1);
+  uint64_t *slot = nullptr;
+  for (int64_t x : {1, 2, 3}) qel_xvar_add_long_x(v.get(), x, &slot);
+  qel_xvar_shrink(v.get(), 1);
+  qel_xvar_add_long(v.get(), 5);
+  qel_xvar_add_long(v.get(), 6);  // the count is 3 again, values 1, 5, 6
+  qel_xvar_add_long_x(v.get(), 2, &slot);
+  EXPECT_EQ(qel_xvar_size(v.get()), 4);
+  EXPECT_EQ(qel_xvar_get_long(v.get(), 3), 2);
+  qel_xvar_set_long(v.get(), 0, 7);
+  qel_xvar_add_long_x(v.get(), 7, &slot);
+  ASSERT_NE(slot, nullptr);
+  *slot = 70;
+  EXPECT_EQ(qel_xvar_size(v.get()), 4);
+  EXPECT_EQ(qel_xvar_get_buf(v.get(), 0), 70u);
+  qel_xvar_add_long_x(v.get(), 1, &slot);  // 1 is gone: a new entry
+  EXPECT_EQ(qel_xvar_size(v.get()), 5);
+}
+
 // Adds need an array of codes 1 to 4 (strings: code 5); other codes read 0.
 TEST(XvarNumbers, WrongTypeOrFormDoesNothing) {
   Xvar single = make_xvar(2, 0);

@@ -102,14 +102,18 @@ TEST(XvarsWholeEntries, MultiLongColumnRoundTrip) {
     EXPECT_EQ(qel_xvar_get_long(out.get(), k), 3 + k);
     EXPECT_EQ(qel_xvar_get_buf(out.get(), k), static_cast<uint64_t>(k + 1));
   }
-  // The fetched array is an ordinary array again: keyed inserts see the new values.
+
+  // Keyed inserts see the fetched values, also when the count did not change.
+  Xvar keyed = make_xvar(2, 1);
   uint64_t *slot = nullptr;
-  qel_xvar_add_long_x(out.get(), 4, &slot);
+  for (int64_t x : {100, 101, 102}) qel_xvar_add_long_x(keyed.get(), x, &slot);
+  qel_xvars_fetch_var(xs.get(), 1, keyed.get());
+  qel_xvar_add_long_x(keyed.get(), 4, &slot);
   ASSERT_NE(slot, nullptr);
   EXPECT_EQ(*slot, 2u);
-  EXPECT_EQ(qel_xvar_size(out.get()), 3);
-  qel_xvar_add_long_x(out.get(), 100, &slot);
-  EXPECT_EQ(qel_xvar_size(out.get()), 4);
+  EXPECT_EQ(qel_xvar_size(keyed.get()), 3);
+  qel_xvar_add_long_x(keyed.get(), 100, &slot);
+  EXPECT_EQ(qel_xvar_size(keyed.get()), 4);
 }
 
 TEST(XvarsWholeEntries, MultiStringsGoBehindTheLightVariantsPool) {
