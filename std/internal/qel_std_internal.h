@@ -297,17 +297,30 @@ template <typename A>
   return n;
 }
 
-// Require an initialised array; add one entry at the end (amortised O(1)).
+// Requires an initialised array; value_append's rare cases: growth, a count
+// outside 0..capacity, a keyed-insert index to keep right.
 template <typename A, typename V>
-inline void value_append(A *a, V value, uint64_t buf) {
-  int64_t n = a->count;
-  if (n < 0 || n >= a->capacity) [[unlikely]]
-    n = prepare_append(a);
+[[gnu::noinline]] inline void append_slow(A *a, V value, uint64_t buf) {
+  const int64_t n = prepare_append(a);
   a->entries[n].value = value;
   a->entries[n].buf = buf;
   a->count = n + 1;
-  if (a->priv_lookup != nullptr) [[unlikely]]
-    note_append(a, n);
+  if (a->priv_lookup != nullptr) note_append(a, n);
+}
+
+// Require an initialised array; add one entry at the end (amortised O(1)).
+// The common case is a few instructions with no call, so that a caller's
+// fast path needs no stack frame; everything else is one tail call.
+template <typename A, typename V>
+inline void value_append(A *a, V value, uint64_t buf) {
+  const int64_t n = a->count;
+  if (n >= 0 && n < a->capacity && a->priv_lookup == nullptr) [[likely]] {
+    a->entries[n].value = value;
+    a->entries[n].buf = buf;
+    a->count = n + 1;
+    return;
+  }
+  append_slow(a, value, buf);
 }
 
 inline void append(qel_arrayd *a, uint32_t value, uint64_t buf) { value_append(a, value, buf); }
