@@ -18,6 +18,8 @@
 // pays page faults that the other one happened to pay before it.
 //
 //   qel_bench_columns --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
+//
+// The same rows also run inside qel_bench (built with QEL_BENCH_SUITE).
 #include <benchmark/benchmark.h>
 #include <qel.h>
 
@@ -179,6 +181,19 @@ void BM_Fetch_OffsetsValues(benchmark::State &state) {
 
 }  // namespace
 
+#ifdef QEL_BENCH_SUITE
+// Inside qel_bench: the four rows join workload 9 of the suite's table, for
+// orientation (the suite holds the allocator steady itself).
+#include "bench_common.h"
+
+void qb::register_column_parts() {
+  add("9.append", "qel", BM_Append_Qel, kValues);
+  add("9.append", "offsets+values", BM_Append_OffsetsValues, kValues);
+  add("9.fetch", "qel", BM_Fetch_Qel<false>, kValues);
+  add("9.fetch", "offsets+values", BM_Fetch_OffsetsValues, kValues);
+  add("9.fetch", "qel, values via qel_xvar_get_double", BM_Fetch_Qel<true>, kValues);
+}
+#else
 // Requires nothing.  No block goes back to the kernel; 512 MiB of heap pre-touched.
 void hold_allocator() {
   mallopt(M_MMAP_MAX, 0);
@@ -205,3 +220,4 @@ int main(int argc, char **argv) {
   benchmark::Shutdown();
   return 0;
 }
+#endif

@@ -63,6 +63,8 @@ const std::vector<workload> &workloads() {
       {"8.keyed", "8 keyed insert 10^5, code 1", "insert", 1.5,
        {"absl::flat_hash_map index+vector", "std::unordered_map index+vector"}, false},
       {"9.columns", "9 column set 2*10^5 rows", "row", 1.3, {"offsets+values"}, false},
+      {"9.append", "9 column set append, 10^6 values", "value", 0, {"offsets+values"}, false},
+      {"9.fetch", "9 column set fetch, 10^6 values", "value", 0, {"offsets+values"}, false},
   };
   return w;
 }
@@ -260,6 +262,7 @@ int main(int argc, char **argv) {
   qb::register_sort();
   qb::register_search();
   qb::register_columns();
+  qb::register_column_parts();
 #if QEL_BENCH_JSONC
   qb::register_jsonc();
 #endif
