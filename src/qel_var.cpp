@@ -301,9 +301,7 @@ void qel_var_hash_new(qel_var *var, void *context, qel_schema_resolver resolver)
 
 // Requires a single record; frees its members, leaving NULL in their entries.
 void qel_var_hash_free(qel_var *var) {
-  void *cursor = nullptr;
-  for (qel_hash_entry *e = qel_hash_entry_first(&var->data.members, &cursor); e != nullptr;
-       e = qel_hash_entry_next(&var->data.members, &cursor, e)) {
+  for (uint32_t k = 0; qel_hash_entry *e = qel_detail::hash_entry_at(&var->data.members, k); ++k) {
     if (e->value == nullptr) continue;
     qel_var_free(static_cast<qel_var *>(e->value));
     e->value = nullptr;

@@ -14,9 +14,6 @@ using qel::storage_of;
 
 namespace {
 
-// Requires a hash that the walk does not change (the walk API is not const).
-inline qel_hash *walkable(const qel_hash *h) { return const_cast<qel_hash *>(h); }
-
 // Requires a variant: true when needle is a member or element of tree, at
 // any depth (tree itself does not count).
 bool contains(const qel_var *tree, const qel_var *needle) {
@@ -29,10 +26,8 @@ bool contains(const qel_var *tree, const qel_var *needle) {
     }
     return false;
   }
-  qel_hash *members = walkable(&tree->data.members);
-  void *cursor = nullptr;
-  for (qel_hash_entry *e = qel_hash_entry_first(members, &cursor); e != nullptr;
-       e = qel_hash_entry_next(members, &cursor, e)) {
+  const qel_hash *members = &tree->data.members;
+  for (uint32_t k = 0; const qel_hash_entry *e = qel_detail::hash_entry_at(members, k); ++k) {
     const auto *m = static_cast<const qel_var *>(e->value);
     if (m == needle || (m != nullptr && contains(m, needle))) return true;
   }
@@ -60,10 +55,8 @@ void reform(qel_var *var, uint32_t type, uint8_t multi, qel_schema *schema) {
 // Requires two single records with disjoint trees: copies src's members into
 // dst by name, creating the missing ones; dst's other members stay.
 void hash_clone(const qel_var *src, qel_var *dst) {
-  qel_hash *members = walkable(&src->data.members);
-  void *cursor = nullptr;
-  for (qel_hash_entry *e = qel_hash_entry_first(members, &cursor); e != nullptr;
-       e = qel_hash_entry_next(members, &cursor, e)) {
+  const qel_hash *members = &src->data.members;
+  for (uint32_t k = 0; const qel_hash_entry *e = qel_detail::hash_entry_at(members, k); ++k) {
     const auto *from = static_cast<const qel_var *>(e->value);
     if (from == nullptr) continue;
     const char *name = members->key_pool + e->key_offset;

@@ -469,6 +469,14 @@ inline void *hash_get(const qel_hash *h, const char *key, int64_t length) {
   return e != nullptr ? e->value : nullptr;
 }
 
+// Requires an initialised hash; entry k of its walk (insertion order), or
+// NULL past the last: qel_hash_entry_first/_next without the calls.  Read
+// afresh at every step, as the cursor walk is, so a walk by k survives what
+// that walk survives (values written, other hashes changed).
+inline qel_hash_entry *hash_entry_at(const qel_hash *h, uint32_t k) {
+  return k < h->priv_count ? &h->priv_entries[k] : nullptr;
+}
+
 } // namespace qel_detail
 
 #pragma GCC visibility pop
