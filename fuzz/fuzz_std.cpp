@@ -1,5 +1,5 @@
 // Fuzz target for the support containers: qel_arrayd, qel_arrayx, qel_array,
-// qel_hash, qel_stream and qel_string, driven by operation sequences decoded
+// qel_arrays, qel_hash, qel_stream and qel_string, driven by operation sequences decoded
 // from the input and checked, entry by entry, against std::vector /
 // std::string models kept here.
 //
@@ -833,6 +833,60 @@ void hash_op(Reader &r, HashModel &m, HashModel &other) {
 }
 
 // ---------------------------------------------------------------------------
+// qel_arrays: pointers, freed through a destructor
+
+std::vector<void *> g_destroyed;  // elements handed to the destructor, in order
+
+void destroy(void *element) { g_destroyed.push_back(element); }
+
+struct PtrModel {
+  qel_arrays a;
+  std::vector<void *> v;
+  PtrModel() { qel_arrays_init(&a, 0); }
+  ~PtrModel() { qel_arrays_term(&a); }
+  PtrModel(const PtrModel &) = delete;
+  PtrModel &operator=(const PtrModel &) = delete;
+  void verify() const {
+    FZ_CHECK(a.count == static_cast<int64_t>(v.size()) && a.capacity >= a.count, "qel_arrays: count %lld, model %zu",
+             (long long)a.count, v.size());
+    for (size_t i = 0; i < v.size(); ++i)
+      FZ_CHECK(a.entries[i] == v[i] && qel_arrays_get_at(&a, static_cast<int64_t>(i)) == v[i],
+               "qel_arrays: element %zu differs", i);
+  }
+};
+
+void ptr_op(Reader &r, PtrModel &m) {
+  const unsigned sub = r.pick(4);
+  FZ_TRACE("qel_arrays %p: op %u (%zu elements)", (void *)&m, sub, m.v.size());
+  switch (sub) {
+    case 0:
+    case 1: {
+      if (m.v.size() >= static_cast<size_t>(kMaxCount)) return;
+      void *e = &g_values[r.u8()];
+      qel_arrays_append(&m.a, e);
+      m.v.push_back(e);
+      break;
+    }
+    case 2: {  // get_at outside the array gives NULL
+      const int64_t i = fz::pick_index(r, static_cast<int64_t>(m.v.size()));
+      void *got = qel_arrays_get_at(&m.a, i);
+      void *want = (i >= 0 && i < static_cast<int64_t>(m.v.size())) ? m.v[static_cast<size_t>(i)] : nullptr;
+      FZ_CHECK(got == want, "qel_arrays: get_at(%lld) gave %p, model %p", (long long)i, got, want);
+      break;
+    }
+    default: {  // free_all: the destructor sees every element in order, the array stays usable
+      g_destroyed.clear();
+      qel_arrays_free_all(&m.a, destroy);
+      FZ_CHECK(g_destroyed == m.v, "qel_arrays: free_all visited %zu elements, model %zu", g_destroyed.size(),
+               m.v.size());
+      m.v.clear();
+      break;
+    }
+  }
+  m.verify();
+}
+
+// ---------------------------------------------------------------------------
 // qel_stream, qel_string and the comparisons
 
 bool is_ascii_space(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r'; }
@@ -990,6 +1044,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   StrArr as[2];
   HashModel hs[2];
   StreamModel ss[2];
+  PtrModel ps;
   qel_string str;
   qel_string_init(&str);
   std::string strv;
@@ -1013,7 +1068,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         hash_op(r, hs[which], hs[1 - which]);
         break;
       default:
-        stream_op(r, ss[which], ss[1 - which], str, strv);
+        if (((op >> 4) & 3u) == 3u) ptr_op(r, ps);
+        else stream_op(r, ss[which], ss[1 - which], str, strv);
         break;
     }
   }

@@ -106,7 +106,7 @@ def std_seeds():
     # Streams and strings: copy and append of their own bytes, zero, shrink,
     # trim through a swapped string, comparisons.
     s = []
-    s += [fam(STREAM), 0, 0] + small_string(" \tab z ")
+    s += [fam(STREAM), 0] + small_string(" \tab z ")
     s += [fam(STREAM), 1, 1, 2]               # append its own tail
     s += [fam(STREAM), 6]                     # trim
     s += [fam(STREAM), 4, 2, 3]               # zero
@@ -114,6 +114,8 @@ def std_seeds():
     s += [fam(STREAM, 1), 2, 0, fam(STREAM), 2, 1]
     s += [fam(STREAM), 7, 0] + small_string("  a ") + [fam(STREAM), 7, 2, fam(STREAM), 7, 1, 6]
     s += [fam(STREAM), 8] + small_string("ab") + [0] + small_string("abz")
+    ptrs = STREAM | (3 << 4)                   # qel_arrays
+    s += [ptrs, 0, 5, ptrs, 1, 9, ptrs, 2, 0, 1, ptrs, 2, 162, ptrs, 3, ptrs, 0, 7]
     write("fuzz_std", "stream", s)
 
 
