@@ -1,5 +1,6 @@
 # Installs the build into a scratch prefix, then builds and runs a small C
-# program against it twice: through pkg-config and through find_package.
+# program against it twice, through pkg-config and through find_package, and
+# a small C++ program through find_package.
 file(REMOVE_RECURSE ${WORK_DIR})
 set(prefix ${WORK_DIR}/prefix)
 
@@ -12,7 +13,7 @@ function(run)
 endfunction()
 
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
-foreach(f include/qel.h include/qel_std.h lib/pkgconfig/qel.pc lib/cmake/qel/qelConfig.cmake)
+foreach(f include/qel.h include/qel_std.h include/qel.hpp include/qel/var.hpp lib/pkgconfig/qel.pc lib/cmake/qel/qelConfig.cmake)
   if(NOT EXISTS ${prefix}/${f})
     message(FATAL_ERROR "not installed: ${f}")
   endif()
@@ -28,7 +29,9 @@ run(${WORK_DIR}/consumer_pc)
 
 # find_package
 run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_C_COMPILER=${C_COMPILER}
+    -DCMAKE_CXX_COMPILER=${CXX_COMPILER}
     -DCMAKE_BUILD_RPATH=${prefix}/lib)
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
 run(${WORK_DIR}/build/consumer)
+run(${WORK_DIR}/build/consumer_cpp)
 message(STATUS "pkg-config and find_package consumers built and ran")

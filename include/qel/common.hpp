@@ -1,0 +1,340 @@
+/*
+ * qel/common.hpp - type codes, forms, and the helpers the C++ owners share
+ * Part of the C++ interface; include <qel.hpp> rather than this file.
+ */
+#ifndef QEL_COMMON_HPP
+#define QEL_COMMON_HPP
+
+#include <qel.h>
+
+#include <compare>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <ranges>
+#include <initializer_list>
+#include <span>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+namespace qel {
+
+/* ------------------------------------------------------------------------
+ * Type codes, forms and storage classes
+ * ---------------------------------------------------------------------- */
+
+/* Full variant type codes.  Codes 1, 2, 3 and 9 behave identically, and so
+ * do 7 and 8; records are code 0 and every code from 10 upward. */
+namespace code {
+inline constexpr std::uint32_t record0 = 0; /* record storage, no member shortcuts */
+inline constexpr std::uint32_t u32 = 1;     /* 32-bit integer read back unsigned */
+inline constexpr std::uint32_t i64 = 4;     /* signed 64-bit integer */
+inline constexpr std::uint32_t f32 = 5;     /* single float */
+inline constexpr std::uint32_t f64 = 6;     /* double */
+inline constexpr std::uint32_t bytes = 7;   /* byte string */
+inline constexpr std::uint32_t first_record = 10;
+} // namespace code
+
+/* Light variant and column set type codes. */
+namespace xcode {
+inline constexpr std::uint32_t u32 = 1;
+inline constexpr std::uint32_t i64 = 2;
+inline constexpr std::uint32_t f32 = 3;
+inline constexpr std::uint32_t f64 = 4;
+inline constexpr std::uint32_t bytes = 5;
+} // namespace xcode
+
+/* The `multi` byte: 0 is the single form, any other byte the array form. */
+namespace form {
+inline constexpr std::uint8_t single = 0;
+inline constexpr std::uint8_t multi = 1;
+} // namespace form
+
+/* Where a full variant of a given code keeps its value. */
+enum class storage : std::uint8_t { bits32, bits64, bytes, record };
+
+/* The storage class of a full variant type code, as the library decides it. */
+constexpr storage storage_of(std::uint32_t type) noexcept {
+    if (type <= 9) {
+        const std::uint32_t bit = std::uint32_t{1} << type;
+        if (bit & 0x22eu) return storage::bits32;
+        if (bit & 0x50u) return storage::bits64;
+        if (bit & 0x180u) return storage::bytes;
+    }
+    return storage::record;
+}
+
+/* Sort direction of var::sort (the C flag: nonzero ascending, 0 descending). */
+enum class order : int { descending = 0, ascending = 1 };
+
+class var;
+class var_ref;
+class var_cref;
+class schema;
+class schema_view;
+class xvar;
+class xvars;
+
+/* ------------------------------------------------------------------------
+ * Internals
+ * ---------------------------------------------------------------------- */
+namespace detail {
+
+template <class T>
+inline constexpr bool is_char_v =
+    std::is_same_v<T, char> || std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char> ||
+    std::is_same_v<T, wchar_t> || std::is_same_v<T, char8_t> || std::is_same_v<T, char16_t> ||
+    std::is_same_v<T, char32_t>;
+
+/* Integer values: every integer type but bool and the character types. */
+template <class T>
+concept integer_value = std::integral<T> && !std::same_as<T, bool> && !is_char_v<T>;
+
+template <class T>
+concept float_value = std::same_as<T, float>;
+
+template <class T>
+concept double_value = std::same_as<T, double>;
+
+template <class T>
+concept number_value = integer_value<T> || float_value<T> || double_value<T>;
+
+/* Text: anything a std::string_view can be made from (but not a number). */
+template <class T>
+concept text_value = !std::is_arithmetic_v<T> && !std::is_null_pointer_v<T> &&
+                     std::convertible_to<const T &, std::string_view>;
+
+/* What add / set accept, after dropping cv and references. */
+template <class T>
+concept value = number_value<std::remove_cvref_t<T>> || text_value<std::remove_cvref_t<T>>;
+
+/* What get<T> returns. */
+template <class T>
+concept readable = number_value<T> || std::same_as<T, std::string_view>;
+
+/* Bytes and length of a text argument; a NULL C string is the empty string. */
+struct text_arg {
+    const char *bytes;
+    std::int64_t length;
+};
+
+template <class T>
+inline text_arg text_of(const T &t) noexcept {
+    using D = std::decay_t<T>;
+    if constexpr (std::is_same_v<D, const char *> || std::is_same_v<D, char *>) {
+        const char *p = t;
+        if (p == nullptr) return {nullptr, 0};
+        return {p, static_cast<std::int64_t>(std::strlen(p))};
+    } else {
+        const std::string_view s(t);
+        return {s.data(), static_cast<std::int64_t>(s.size())};
+    }
+}
+
+/* A (bytes, length) pair handed out by the library as a string_view. */
+inline std::string_view view_of(const char *bytes, std::int64_t length) noexcept {
+    if (bytes == nullptr || length <= 0) return {};
+    return std::string_view(bytes, static_cast<std::size_t>(length));
+}
+
+/* The library's conversions, for search keys: truncate toward zero, NaN and
+ * out-of-range giving INT64_MIN; low 32 bits; nearest float with infinities
+ * beyond the float range. */
+constexpr std::int64_t truncate(double d) noexcept {
+    if (!(d >= -9223372036854775808.0 && d < 9223372036854775808.0))
+        return std::numeric_limits<std::int64_t>::min();
+    return static_cast<std::int64_t>(d);
+}
+constexpr std::uint32_t low32(std::int64_t v) noexcept {
+    return static_cast<std::uint32_t>(static_cast<std::uint64_t>(v));
+}
+constexpr float nearest_float(double d) noexcept {
+    constexpr double overflow = 0x1.ffffffp127; /* FLT_MAX plus half an ulp */
+    if (d >= overflow) return std::numeric_limits<float>::infinity();
+    if (d <= -overflow) return -std::numeric_limits<float>::infinity();
+    return static_cast<float>(d);
+}
+
+/* A search key in the width of the stored kind, converted as the keyed
+ * adders convert it. */
+struct search_key {
+    union {
+        std::uint32_t u32;
+        float f32;
+        std::int64_t i64;
+        double f64;
+    };
+    const void *ptr = nullptr; /* NULL: the variant cannot hold this key */
+    std::int64_t length = 0;
+};
+
+template <class T>
+inline void make_key(search_key &k, std::uint32_t type, const T &v) noexcept {
+    using D = std::remove_cvref_t<T>;
+    if constexpr (text_value<D>) {
+        if (type == 7 || type == 8) {
+            const text_arg t = text_of(v);
+            k.ptr = t.bytes != nullptr ? static_cast<const void *>(t.bytes) : static_cast<const void *>("");
+            k.length = t.length;
+        }
+    } else {
+        switch (type) {
+        case 1: case 2: case 3: case 9:
+            if constexpr (integer_value<D>) k.u32 = low32(static_cast<std::int64_t>(v));
+            else k.u32 = low32(truncate(static_cast<double>(v)));
+            k.ptr = &k.u32;
+            break;
+        case 5:
+            if constexpr (integer_value<D>) k.f32 = static_cast<float>(static_cast<std::int64_t>(v));
+            else if constexpr (float_value<D>) k.f32 = v;
+            else k.f32 = nearest_float(v);
+            k.ptr = &k.f32;
+            break;
+        case 4:
+            if constexpr (integer_value<D>) k.i64 = static_cast<std::int64_t>(v);
+            else k.i64 = truncate(static_cast<double>(v));
+            k.ptr = &k.i64;
+            break;
+        case 6:
+            if constexpr (integer_value<D>) k.f64 = static_cast<double>(static_cast<std::int64_t>(v));
+            else k.f64 = static_cast<double>(v);
+            k.ptr = &k.f64;
+            break;
+        default:
+            break;
+        }
+    }
+}
+
+/* Random-access iterator over positions 0..n-1 of something, with the
+ * element made by Get(index).  Valid while its holder is unchanged. */
+template <class Get>
+class index_iterator {
+public:
+    using value_type = std::remove_cvref_t<std::invoke_result_t<const Get &, std::int64_t>>;
+    using reference = value_type;
+    using difference_type = std::int64_t;
+    using iterator_concept = std::random_access_iterator_tag;
+    using iterator_category = std::input_iterator_tag;
+
+    index_iterator() = default;
+    index_iterator(Get get, std::int64_t index) noexcept : get_(get), index_(index) {}
+
+    value_type operator*() const noexcept { return get_(index_); }
+    value_type operator[](difference_type n) const noexcept { return get_(index_ + n); }
+    std::int64_t index() const noexcept { return index_; }
+
+    index_iterator &operator++() noexcept { ++index_; return *this; }
+    index_iterator operator++(int) noexcept { index_iterator t = *this; ++index_; return t; }
+    index_iterator &operator--() noexcept { --index_; return *this; }
+    index_iterator operator--(int) noexcept { index_iterator t = *this; --index_; return t; }
+    index_iterator &operator+=(difference_type n) noexcept { index_ += n; return *this; }
+    index_iterator &operator-=(difference_type n) noexcept { index_ -= n; return *this; }
+
+    friend index_iterator operator+(index_iterator it, difference_type n) noexcept { return it += n; }
+    friend index_iterator operator+(difference_type n, index_iterator it) noexcept { return it += n; }
+    friend index_iterator operator-(index_iterator it, difference_type n) noexcept { return it -= n; }
+    friend difference_type operator-(const index_iterator &a, const index_iterator &b) noexcept {
+        return a.index_ - b.index_;
+    }
+    friend bool operator==(const index_iterator &a, const index_iterator &b) noexcept {
+        return a.index_ == b.index_;
+    }
+    friend std::strong_ordering operator<=>(const index_iterator &a, const index_iterator &b) noexcept {
+        return a.index_ <=> b.index_;
+    }
+
+private:
+    Get get_{};
+    std::int64_t index_ = 0;
+};
+
+template <class Get>
+class index_range {
+public:
+    using iterator = index_iterator<Get>;
+    index_range() = default;
+    index_range(Get get, std::int64_t size) noexcept : get_(get), size_(size < 0 ? 0 : size) {}
+    iterator begin() const noexcept { return iterator(get_, 0); }
+    iterator end() const noexcept { return iterator(get_, size_); }
+    std::int64_t size() const noexcept { return size_; }
+    bool empty() const noexcept { return size_ == 0; }
+    typename iterator::value_type operator[](std::int64_t i) const noexcept { return get_(i); }
+
+private:
+    Get get_{};
+    std::int64_t size_ = 0;
+};
+
+template <class T>
+inline T get_var_value(const qel_var *p, std::int64_t i) noexcept {
+    if constexpr (std::same_as<T, std::string_view>) {
+        const char *s = nullptr;
+        std::int64_t n = 0;
+        qel_var_get_string(p, i, &s, &n);
+        return view_of(s, n);
+    } else if constexpr (float_value<T>) {
+        return qel_var_get_float(p, i);
+    } else if constexpr (double_value<T>) {
+        return qel_var_get_double(p, i);
+    } else {
+        return static_cast<T>(qel_var_get_long(p, i));
+    }
+}
+
+template <class T>
+inline T get_xvar_value(const qel_xvar *p, std::int64_t i) noexcept {
+    if constexpr (std::same_as<T, std::string_view>) {
+        const char *s = nullptr;
+        std::int64_t n = 0;
+        qel_xvar_get_string(p, i, &s, &n);
+        return view_of(s, n);
+    } else if constexpr (float_value<T>) {
+        return qel_xvar_get_float(p, i);
+    } else if constexpr (double_value<T>) {
+        return qel_xvar_get_double(p, i);
+    } else {
+        return static_cast<T>(qel_xvar_get_long(p, i));
+    }
+}
+
+template <class T>
+struct var_value_getter {
+    const qel_var *p = nullptr;
+    T operator()(std::int64_t i) const noexcept { return get_var_value<T>(p, i); }
+};
+
+template <class T>
+struct xvar_value_getter {
+    const qel_xvar *p = nullptr;
+    T operator()(std::int64_t i) const noexcept { return get_xvar_value<T>(p, i); }
+};
+
+template <class T>
+struct xvars_value_getter {
+    const qel_xvars *p = nullptr;
+    std::int64_t entry = 0;
+    T operator()(std::int64_t pos) const noexcept;
+};
+
+template <class Ref>
+struct element_getter {
+    const qel_var *p = nullptr;
+    Ref operator()(std::int64_t i) const noexcept { return Ref(qel_var_get_var_x(p, i)); }
+};
+
+template <class D>
+class schema_read_ops;
+
+} // namespace detail
+
+} // namespace qel
+
+#endif /* QEL_COMMON_HPP */

@@ -1,0 +1,504 @@
+/*
+ * qel/var.hpp - the full variant: owner, mutable and read-only views
+ * Part of the C++ interface; include <qel.hpp> rather than this file.
+ */
+#ifndef QEL_VAR_HPP
+#define QEL_VAR_HPP
+
+#include <qel/schema.hpp>
+
+namespace qel {
+
+/* ------------------------------------------------------------------------
+ * Full variant: operations shared by var, var_ref and var_cref
+ * ---------------------------------------------------------------------- */
+
+/* A member of a record during a walk: its name (borrowed from the record's
+ * hash) and the member variant. */
+template <class Ref>
+struct basic_member {
+    std::string_view name;
+    Ref value;
+};
+
+namespace detail {
+
+/* Walks a record's member hash in insertion order, skipping cleared entries.
+ * Adding members during the walk invalidates it. */
+template <class Ref>
+class member_iterator {
+public:
+    using value_type = basic_member<Ref>;
+    using reference = value_type;
+    using difference_type = std::ptrdiff_t;
+    using iterator_concept = std::forward_iterator_tag;
+    using iterator_category = std::input_iterator_tag;
+
+    member_iterator() = default;
+    explicit member_iterator(qel_hash *h) noexcept : h_(h) {
+        entry_ = qel_hash_entry_first(h_, &cursor_);
+        skip();
+    }
+
+    value_type operator*() const noexcept {
+        std::string_view name;
+        if (entry_->key_length != 0)
+            name = std::string_view(h_->key_pool + entry_->key_offset, entry_->key_length);
+        return value_type{name, Ref(static_cast<qel_var *>(entry_->value))};
+    }
+    member_iterator &operator++() noexcept {
+        entry_ = qel_hash_entry_next(h_, &cursor_, entry_);
+        skip();
+        return *this;
+    }
+    member_iterator operator++(int) noexcept {
+        member_iterator t = *this;
+        ++*this;
+        return t;
+    }
+    friend bool operator==(const member_iterator &a, const member_iterator &b) noexcept {
+        return a.entry_ == b.entry_;
+    }
+
+private:
+    void skip() noexcept {
+        while (entry_ != nullptr && entry_->value == nullptr) entry_ = qel_hash_entry_next(h_, &cursor_, entry_);
+    }
+    qel_hash *h_ = nullptr;
+    void *cursor_ = nullptr;
+    qel_hash_entry *entry_ = nullptr;
+};
+
+template <class Ref>
+class member_range {
+public:
+    member_range() = default;
+    explicit member_range(qel_hash *h) noexcept : h_(h) {}
+    member_iterator<Ref> begin() const noexcept { return h_ != nullptr ? member_iterator<Ref>(h_) : member_iterator<Ref>(); }
+    member_iterator<Ref> end() const noexcept { return member_iterator<Ref>(); }
+    bool empty() const noexcept { return begin() == end(); }
+
+private:
+    qel_hash *h_ = nullptr;
+};
+
+inline qel_hash *member_hash(const qel_var *p) noexcept {
+    if (p->multi != 0 || storage_of(p->type) != storage::record) return nullptr;
+    /* The walk does not change the hash; the C walk takes a mutable one. */
+    return const_cast<qel_hash *>(&p->data.members);
+}
+
+/* Read operations of every full-variant handle (D::get() gives the pointer). */
+template <class D, class CRef>
+class var_read_ops {
+public:
+    /* Type code. */
+    std::uint32_t type() const noexcept { return qel_var_type(c()); }
+    /* The multi byte, sign-extended (0 single; 1, 2, -1 ... array form). */
+    int multi() const noexcept { return qel_var_multi(c()); }
+    bool is_multi() const noexcept { return qel_var_multi(c()) != 0; }
+    storage storage_class() const noexcept { return storage_of(qel_var_type(c())); }
+    /* Element count of an array; 0 for every single variant. */
+    std::int64_t size() const noexcept { return qel_var_size(c()); }
+    /* The schema the variant refers to (not owned by it). */
+    schema_view schema() const noexcept { return schema_view(qel_var_schema(c())); }
+
+    /* The value (element `index` of an array) read as T: an integer type,
+     * float, double or std::string_view (a view of the variant's own bytes,
+     * valid until it next changes).  Wrong class: 0, 0.0 or empty. */
+    template <readable T>
+    T get(std::int64_t index = 0) const noexcept {
+        return get_var_value<T>(c(), index);
+    }
+    /* The elements read as T, by index. */
+    template <readable T>
+    index_range<var_value_getter<T>> values() const noexcept {
+        return {var_value_getter<T>{c()}, qel_var_size(c())};
+    }
+
+    /* Caller value of a single variant, or of array entry `index` (negative:
+     * the last entry; up to the capacity). */
+    std::uint64_t get_buf(std::int64_t index = 0) const noexcept { return qel_var_get_buf(c(), index); }
+    /* Bytes allocated and in use for a single value (0 for arrays, records). */
+    std::int64_t buf_size() const noexcept { return qel_var_buf_size(c()); }
+    std::int64_t buf_len() const noexcept { return qel_var_buf_len(c()); }
+
+    /* Index of an array entry holding `key` (converted to the stored kind
+     * the way the keyed adders convert it), or -1.  find is linear; bfind
+     * needs an array sorted ascending. */
+    template <class T>
+        requires value<T>
+    std::int64_t find(const T &key) const noexcept {
+        search_key k;
+        make_key(k, qel_var_type(c()), key);
+        return k.ptr != nullptr ? qel_var_find(c(), k.ptr, k.length) : -1;
+    }
+    template <class T>
+        requires value<T>
+    std::int64_t bfind(const T &key) const noexcept {
+        search_key k;
+        make_key(k, qel_var_type(c()), key);
+        return k.ptr != nullptr ? qel_var_bfind(c(), k.ptr, k.length) : -1;
+    }
+
+    /* Member `name` of a single record of code 10 or above, or a null view. */
+    CRef member(std::string_view name) const noexcept {
+        return CRef(qel_var_get_val(c(), name.data(), static_cast<std::int64_t>(name.size())));
+    }
+    CRef operator[](std::string_view name) const noexcept { return member(name); }
+    /* Element `index` of a record array (the record itself when single), or
+     * a null view. */
+    CRef element(std::int64_t index) const noexcept { return CRef(qel_var_get_var_x(c(), index)); }
+    CRef operator[](std::int64_t index) const noexcept { return element(index); }
+    /* Elements of a record array. */
+    index_range<element_getter<CRef>> elements() const noexcept {
+        return {element_getter<CRef>{c()}, storage_of(qel_var_type(c())) == storage::record ? qel_var_size(c()) : 0};
+    }
+    /* Members of a single record, in the order they were inserted (empty
+     * for anything else). */
+    member_range<CRef> members() const noexcept { return member_range<CRef>(member_hash(c())); }
+
+    /* An independent deep copy owned by the caller, as qel_var_copy makes it
+     * into a fresh variant: the same type code, form and schema, the
+     * value(s), members and elements, and (single form) the caller value. */
+    [[nodiscard]] var clone() const noexcept;
+
+protected:
+    const qel_var *c() const noexcept { return static_cast<const D &>(*this).get(); }
+};
+
+/* Read and write operations of a mutable handle (var and var_ref).  Writes
+ * are non-const members: a const var, or a const var_ref, only reads. */
+template <class D>
+class var_ops : public var_read_ops<D, var_cref> {
+    using base = var_read_ops<D, var_cref>;
+
+public:
+    using base::element;
+    using base::elements;
+    using base::member;
+    using base::members;
+    using base::operator[];
+
+    /* --- re-forming --- */
+
+    /* Re-forms to (type, multi) unless both already match exactly; the
+     * schema stays. */
+    void change(std::uint32_t type, std::uint8_t multi = form::single) noexcept { qel_var_change(m(), type, multi); }
+    /* The same, with the schema given by a resolver (called for the type and
+     * then for every member created). */
+    template <resolver R>
+    void change(std::uint32_t type, std::uint8_t multi, R &&r) noexcept {
+        using F = std::remove_reference_t<R>;
+        qel_var_change_x(m(), type, multi, context_of(r), &resolver_trampoline<F>);
+    }
+    /* The same, with `s` as the schema of the variant and of every member. */
+    void change(std::uint32_t type, std::uint8_t multi, const qel::schema &s) noexcept {
+        qel_var_change_x(m(), type, multi, s.get(), nullptr);
+    }
+
+    /* --- values --- */
+
+    /* Appends a value to an array (a single variant ignores it). */
+    template <class T>
+        requires value<T>
+    void add(const T &v) noexcept {
+        using V = std::remove_cvref_t<T>;
+        if constexpr (text_value<V>) {
+            const text_arg t = text_of(v);
+            qel_var_add_string(m(), t.bytes, t.length);
+        } else if constexpr (float_value<V>) {
+            qel_var_add_float(m(), v);
+        } else if constexpr (double_value<V>) {
+            qel_var_add_double(m(), v);
+        } else {
+            qel_var_add_long(m(), static_cast<std::int64_t>(v));
+        }
+    }
+    /* Appends every value of a range (a span, a vector, a list...). */
+    template <class R>
+        requires std::ranges::input_range<const R> && value<std::ranges::range_reference_t<const R>>
+    void add_all(const R &vs) noexcept {
+        for (auto &&v : vs) add(v);
+    }
+    template <class T>
+        requires value<T>
+    void add_all(std::initializer_list<T> vs) noexcept {
+        for (const T &v : vs) add(v);
+    }
+    /* Replaces element `index` of an array, or the single value (the index
+     * is then ignored; the caller value stays). */
+    template <class T>
+        requires value<T>
+    void set(std::int64_t index, const T &v) noexcept {
+        using V = std::remove_cvref_t<T>;
+        if constexpr (text_value<V>) {
+            const text_arg t = text_of(v);
+            qel_var_set_string(m(), index, t.bytes, t.length);
+        } else if constexpr (float_value<V>) {
+            qel_var_set_float(m(), index, v);
+        } else if constexpr (double_value<V>) {
+            qel_var_set_double(m(), index, v);
+        } else {
+            qel_var_set_long(m(), index, static_cast<std::int64_t>(v));
+        }
+    }
+    /* Replaces a single value. */
+    template <class T>
+        requires value<T>
+    void set(const T &v) noexcept {
+        set(0, v);
+    }
+    /* Keyed insert into an array: the entry holding the converted value
+     * (inserted if absent) gives its caller value; 0 when nothing was done.
+     * Set the caller value with set_buf(find(v), x). */
+    template <class T>
+        requires value<T>
+    std::uint64_t add_x(const T &v) noexcept {
+        using V = std::remove_cvref_t<T>;
+        if constexpr (text_value<V>) {
+            const text_arg t = text_of(v);
+            return qel_var_add_string_x(m(), t.bytes, t.length);
+        } else if constexpr (float_value<V>) {
+            return qel_var_add_float_x(m(), v);
+        } else if constexpr (double_value<V>) {
+            return qel_var_add_double_x(m(), v);
+        } else {
+            return qel_var_add_long_x(m(), static_cast<std::int64_t>(v));
+        }
+    }
+
+    /* --- variant to variant --- */
+
+    /* Appends src's value or values to this array of the same type code. */
+    void add_var(var_cref src) noexcept;
+    /* Stores src's first value into element `index` (same type code). */
+    void set_var(std::int64_t index, var_cref src) noexcept;
+    /* Makes `dst` a single variant holding element `index` of this one. */
+    void get_var(std::int64_t index, var_ref dst) const noexcept;
+    /* Deep copy of src into this variant (re-formed when code or form
+     * differ; a record keeps members src does not have). */
+    void copy_from(var_cref src) noexcept;
+    /* Makes this an array of src's code and appends src's value(s). */
+    void append(var_cref src) noexcept;
+
+    /* --- capacity, sort --- */
+
+    void expand(std::int64_t n) noexcept { qel_var_expand(m(), n); }
+    void zero() noexcept { qel_var_zero(m()); }
+    void shrink(std::int64_t n) noexcept { qel_var_shrink(m(), n); }
+    void trim() noexcept { qel_var_trim(m()); }
+    void sort(order o = order::ascending) noexcept { qel_var_qsort(m(), static_cast<int>(o)); }
+
+    /* --- caller values and raw bytes --- */
+
+    void set_buf(std::int64_t index, std::uint64_t x) noexcept { qel_var_set_buf(m(), index, x); }
+    void set_buf(std::uint64_t x) noexcept { qel_var_set_buf(m(), 0, x); }
+    /* The bytes in use of a single value (the number itself, or the string);
+     * empty for arrays and records.  Valid until the variant next changes. */
+    std::span<std::byte> buffer() noexcept {
+        void *p = qel_var_buffer(m());
+        const std::int64_t n = qel_var_buf_len(m());
+        if (p == nullptr || n <= 0) return {};
+        return {static_cast<std::byte *>(p), static_cast<std::size_t>(n)};
+    }
+
+    /* --- members and elements (record codes 10 and up) --- */
+
+    var_ref member(std::string_view name) noexcept;
+    var_ref operator[](std::string_view name) noexcept;
+    var_ref element(std::int64_t index) noexcept;
+    var_ref operator[](std::int64_t index) noexcept;
+    index_range<element_getter<var_ref>> elements() noexcept;
+    member_range<var_ref> members() noexcept;
+    /* Makes member `name` a deep copy of src (creating it if absent). */
+    void set_member(std::string_view name, var_cref src) noexcept;
+    /* Appends an empty record element to a record array and returns it. */
+    var_ref add_new() noexcept;
+    /* Appends a deep copy of src to a record array. */
+    void add_copy(var_cref src) noexcept;
+    /* Makes element `index` (or a single record itself) a deep copy of src. */
+    void set_element(std::int64_t index, var_cref src) noexcept;
+
+protected:
+    qel_var *m() noexcept { return static_cast<D &>(*this).get(); }
+};
+
+} // namespace detail
+
+/* Borrowed read-only view of a full variant: never frees.  May be null. */
+class var_cref : public detail::var_read_ops<var_cref, var_cref> {
+public:
+    var_cref() = default;
+    var_cref(const qel_var *p) noexcept : p_(p) {}
+    using var_read_ops::get; /* get<T>(index) beside get() */
+    const qel_var *get() const noexcept { return p_; }
+    explicit operator bool() const noexcept { return p_ != nullptr; }
+
+private:
+    const qel_var *p_ = nullptr;
+};
+
+/* Borrowed view of a full variant: reads and writes, never frees.  May be
+ * null (a member that does not exist).  Copying it copies the pointer. */
+class var_ref : public detail::var_ops<var_ref> {
+public:
+    var_ref() = default;
+    var_ref(qel_var *p) noexcept : p_(p) {}
+    using var_ops::get; /* get<T>(index) beside get() */
+    qel_var *get() const noexcept { return p_; }
+    explicit operator bool() const noexcept { return p_ != nullptr; }
+    operator var_cref() const noexcept { return var_cref(p_); }
+
+private:
+    qel_var *p_ = nullptr;
+};
+
+/* Owner of a full variant: frees it (and all it owns) on destruction. */
+class var : public detail::var_ops<var> {
+public:
+    /* An empty owner (holds nothing). */
+    var() = default;
+    /* A new variant of this type code and form, with no schema. */
+    explicit var(std::uint32_t type, std::uint8_t multi = form::single) noexcept : p_(qel_var_new(type, multi)) {}
+
+    /* Same as the constructor. */
+    [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi = form::single) noexcept { return var(type, multi); }
+    /* A variant whose schema comes from a callable resolver: r(type) is
+     * called for the type and then for every member, depth first, while the
+     * record and its nested members are built.  r only needs to live for the
+     * call; if it throws, the program terminates. */
+    template <resolver R>
+    [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi, R &&r) noexcept {
+        using F = std::remove_reference_t<R>;
+        return adopt(qel_var_new_x(type, multi, detail::context_of(r), &detail::resolver_trampoline<F>));
+    }
+    /* A variant whose schema is `s`, which also becomes the schema of every
+     * member (so `s` must not list a single record member). */
+    [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi, const qel::schema &s) noexcept {
+        return adopt(qel_var_new_x(type, multi, s.get(), nullptr));
+    }
+    /* The C form: a context and a C resolver (or NULL). */
+    [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi, void *context, qel_schema_resolver r) noexcept {
+        return adopt(qel_var_new_x(type, multi, context, r));
+    }
+    /* Takes ownership of a variant from qel_var_new* (or NULL). */
+    [[nodiscard]] static var adopt(qel_var *owned) noexcept {
+        var v;
+        v.p_ = owned;
+        return v;
+    }
+
+    var(var &&o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
+    var &operator=(var &&o) noexcept {
+        if (this != &o) reset(std::exchange(o.p_, nullptr));
+        return *this;
+    }
+    var(const var &) = delete;
+    var &operator=(const var &) = delete;
+    ~var() {
+        if (p_ != nullptr) qel_var_free(p_);
+    }
+
+    using var_ops::get; /* get<T>(index) beside get() */
+    qel_var *get() const noexcept { return p_; }
+    [[nodiscard]] qel_var *release() noexcept { return std::exchange(p_, nullptr); }
+    void reset(qel_var *owned = nullptr) noexcept {
+        qel_var *old = std::exchange(p_, owned);
+        if (old != nullptr) qel_var_free(old);
+    }
+    void swap(var &o) noexcept { std::swap(p_, o.p_); }
+    friend void swap(var &a, var &b) noexcept { a.swap(b); }
+    explicit operator bool() const noexcept { return p_ != nullptr; }
+    operator var_ref() noexcept { return var_ref(p_); }
+    operator var_cref() const noexcept { return var_cref(p_); }
+    var_ref ref() noexcept { return var_ref(p_); }
+
+private:
+    qel_var *p_ = nullptr;
+};
+
+template <class D, class CRef>
+inline var detail::var_read_ops<D, CRef>::clone() const noexcept {
+    /* Start from another code so that the copy re-forms the new variant with
+     * the source's type, form and schema. */
+    var v(qel_var_type(c()) == 1 ? 2u : 1u, form::single);
+    qel_var_copy(v.get(), c());
+    return v;
+}
+
+/* Any full-variant handle. */
+template <class T>
+concept var_handle = std::same_as<T, var> || std::same_as<T, var_ref> || std::same_as<T, var_cref>;
+
+namespace detail {
+
+template <class D>
+inline void var_ops<D>::add_var(var_cref src) noexcept { qel_var_add_var(m(), src.get()); }
+template <class D>
+inline void var_ops<D>::set_var(std::int64_t index, var_cref src) noexcept { qel_var_set_var(m(), index, src.get()); }
+template <class D>
+inline void var_ops<D>::get_var(std::int64_t index, var_ref dst) const noexcept {
+    qel_var_get_var(this->c(), index, dst.get());
+}
+template <class D>
+inline void var_ops<D>::copy_from(var_cref src) noexcept { qel_var_copy(m(), src.get()); }
+template <class D>
+inline void var_ops<D>::append(var_cref src) noexcept { qel_var_append(m(), src.get()); }
+template <class D>
+inline var_ref var_ops<D>::member(std::string_view name) noexcept {
+    return var_ref(qel_var_get_val(m(), name.data(), static_cast<std::int64_t>(name.size())));
+}
+template <class D>
+inline var_ref var_ops<D>::operator[](std::string_view name) noexcept { return member(name); }
+template <class D>
+inline var_ref var_ops<D>::element(std::int64_t index) noexcept { return var_ref(qel_var_get_var_x(m(), index)); }
+template <class D>
+inline var_ref var_ops<D>::operator[](std::int64_t index) noexcept { return element(index); }
+template <class D>
+inline index_range<element_getter<var_ref>> var_ops<D>::elements() noexcept {
+    return {element_getter<var_ref>{m()}, storage_of(qel_var_type(m())) == storage::record ? qel_var_size(m()) : 0};
+}
+template <class D>
+inline member_range<var_ref> var_ops<D>::members() noexcept { return member_range<var_ref>(member_hash(m())); }
+template <class D>
+inline void var_ops<D>::set_member(std::string_view name, var_cref src) noexcept {
+    qel_var_set_val(m(), name.data(), static_cast<std::int64_t>(name.size()), src.get());
+}
+template <class D>
+inline var_ref var_ops<D>::add_new() noexcept { return var_ref(qel_var_add_new(m())); }
+template <class D>
+inline void var_ops<D>::add_copy(var_cref src) noexcept { qel_var_add_var_x(m(), src.get()); }
+template <class D>
+inline void var_ops<D>::set_element(std::int64_t index, var_cref src) noexcept {
+    qel_var_set_var_x(m(), index, src.get());
+}
+
+template <class T>
+inline const qel_var *var_ptr(const T &v) noexcept {
+    return v.get();
+}
+
+} // namespace detail
+
+/* Order of two variants, as qel_var_cmp gives it: form first, then type
+ * code, then the single value (32-bit and 64-bit integers unsigned, floats
+ * as floats, bytes lexicographically); arrays element by element.  A NaN
+ * is equivalent to every number, and two records of one code and form are
+ * equivalent whatever their members, so this is the library's order, not a
+ * deep equality.  Neither side may be null. */
+template <var_handle A, var_handle B>
+inline std::weak_ordering operator<=>(const A &a, const B &b) noexcept {
+    const int r = qel_var_cmp(detail::var_ptr(a), detail::var_ptr(b));
+    if (r < 0) return std::weak_ordering::less;
+    if (r > 0) return std::weak_ordering::greater;
+    return std::weak_ordering::equivalent;
+}
+template <var_handle A, var_handle B>
+inline bool operator==(const A &a, const B &b) noexcept {
+    return qel_var_cmp(detail::var_ptr(a), detail::var_ptr(b)) == 0;
+}
+
+} // namespace qel
+
+#endif /* QEL_VAR_HPP */
