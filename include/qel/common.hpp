@@ -1,6 +1,6 @@
 /*
  * qel/common.hpp - type codes, forms, and the helpers the C++ owners share
- * Part of the C++ interface; include <qel.hpp> rather than this file.
+ * One piece of the C++ interface; include <qel.hpp> rather than this file.
  */
 #ifndef QEL_COMMON_HPP
 #define QEL_COMMON_HPP

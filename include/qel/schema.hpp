@@ -1,6 +1,6 @@
 /*
  * qel/schema.hpp - schema owner and view, and schema resolvers
- * Part of the C++ interface; include <qel.hpp> rather than this file.
+ * One piece of the C++ interface; include <qel.hpp> rather than this file.
  */
 #ifndef QEL_SCHEMA_HPP
 #define QEL_SCHEMA_HPP

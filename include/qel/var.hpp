@@ -1,6 +1,6 @@
 /*
  * qel/var.hpp - the full variant: owner, mutable and read-only views
- * Part of the C++ interface; include <qel.hpp> rather than this file.
+ * One piece of the C++ interface; include <qel.hpp> rather than this file.
  */
 #ifndef QEL_VAR_HPP
 #define QEL_VAR_HPP
@@ -129,16 +129,12 @@ public:
     template <class T>
         requires value<T>
     std::int64_t find(const T &key) const noexcept {
-        search_key k;
-        make_key(k, qel_var_type(c()), key);
-        return k.ptr != nullptr ? qel_var_find(c(), k.ptr, k.length) : -1;
+        return search(qel_var_find, key);
     }
     template <class T>
         requires value<T>
     std::int64_t bfind(const T &key) const noexcept {
-        search_key k;
-        make_key(k, qel_var_type(c()), key);
-        return k.ptr != nullptr ? qel_var_bfind(c(), k.ptr, k.length) : -1;
+        return search(qel_var_bfind, key);
     }
 
     /* Member `name` of a single record of code 10 or above, or a null view. */
@@ -165,6 +161,16 @@ public:
 
 protected:
     const qel_var *c() const noexcept { return static_cast<const D &>(*this).get(); }
+
+private:
+    /* Requires a handle; key converted to the stored kind, then searched by
+     * `how` (qel_var_find or qel_var_bfind); -1 for a key of no kind here. */
+    template <class T>
+    std::int64_t search(std::int64_t (*how)(const qel_var *, const void *, std::int64_t), const T &key) const noexcept {
+        search_key k;
+        make_key(k, qel_var_type(c()), key);
+        return k.ptr != nullptr ? how(c(), k.ptr, k.length) : -1;
+    }
 };
 
 /* Read and write operations of a mutable handle (var and var_ref).  Writes

@@ -1,6 +1,6 @@
 /*
  * qel/xvar.hpp - the light variant and the column set owners
- * Part of the C++ interface; include <qel.hpp> rather than this file.
+ * One piece of the C++ interface; include <qel.hpp> rather than this file.
  */
 #ifndef QEL_XVAR_HPP
 #define QEL_XVAR_HPP
