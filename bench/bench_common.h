@@ -62,6 +62,14 @@ void add(const char *group, const char *arm, std::function<void(benchmark::State
 // All rows added so far.
 std::vector<row> &rows();
 
+// Requires nothing; the bytes the allocator holds in allocated blocks, their
+// headers included (glibc's mallinfo2().uordblks).
+size_t heap_in_use();
+
+// Requires a row registered as group/arm; records the heap it held per unit
+// of work (bytes now held less `before`, over units), for the table.
+void note_heap(const char *group, const char *arm, size_t before, int64_t units);
+
 // Each source file adds its rows here (called once, by main).
 void register_values();   // workloads 1 and 2
 void register_records();  // workloads 3, 4 and 5 (qel, C++ baselines, Abseil)

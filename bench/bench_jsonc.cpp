@@ -66,7 +66,9 @@ void jsonc_records(benchmark::State &state) {
   const auto &in = qb::record_inputs();
   std::vector<json_object *> built(static_cast<size_t>(kRecords));
   for (auto _ : state) {
+    const size_t before = qb::heap_in_use();
     for (int64_t i = 0; i < kRecords; ++i) built[static_cast<size_t>(i)] = jsonc_record_from(in[static_cast<size_t>(i)]);
+    qb::note_heap("3.records", "json-c", before, kRecords);
     for (json_object *o : built) json_object_put(o);
   }
 }

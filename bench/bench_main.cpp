@@ -81,6 +81,12 @@ std::map<std::string, double> &items_of() {
   return m;
 }
 
+// Heap held per unit of work, for the rows that note it (qb::note_heap).
+std::map<std::string, double> &heap_of() {
+  static std::map<std::string, double> m;
+  return m;
+}
+
 // ---- allocator ----
 
 // The same allocator settings for every row: no block is ever handed back to
@@ -149,10 +155,17 @@ class table_reporter : public benchmark::ConsoleReporter {
     return b;
   }
 
+  // Heap held per unit of work of a row, or a negative number when not noted.
+  static double heap_per_item(const std::string &name) {
+    auto h = heap_of().find(name);
+    return h != heap_of().end() ? h->second : -1;
+  }
+
   void print_table() const {
     std::printf("\nqel benchmark table: median CPU time per unit of work; ratio = row / anchor (lower is faster)\n");
-    std::printf("%-40s %-44s %9s %7s  %s\n", "workload", "arm", "ns/unit", "ratio", "target");
-    std::printf("%s\n", std::string(126, '-').c_str());
+    std::printf("heap = bytes the allocator holds per unit while all units exist (block headers included)\n");
+    std::printf("%-40s %-44s %9s %7s %7s %6s  %s\n", "workload", "arm", "ns/unit", "ratio", "heap", "ratio", "target");
+    std::printf("%s\n", std::string(141, '-').c_str());
     int met = 0;
     int missed = 0;
     int open = 0;
@@ -182,6 +195,12 @@ class table_reporter : public benchmark::ConsoleReporter {
         if (r == anchor) arm += "  (anchor)";
         char ratio[32] = "";
         if (anchor != nullptr) std::snprintf(ratio, sizeof ratio, "%.2f", ns / anchor_ns);
+        char heap[32] = "";
+        char heap_ratio[32] = "";
+        const double bytes = heap_per_item(r->group + "/" + r->arm);
+        if (bytes >= 0) std::snprintf(heap, sizeof heap, "%.0f", bytes);
+        const double anchor_bytes = anchor != nullptr ? heap_per_item(anchor->group + "/" + anchor->arm) : -1;
+        if (bytes >= 0 && anchor_bytes > 0) std::snprintf(heap_ratio, sizeof heap_ratio, "%.2f", bytes / anchor_bytes);
         std::string verdict;
         if (r->arm == "qel" && w.target > 0) {
           char t[64];
@@ -199,12 +218,12 @@ class table_reporter : public benchmark::ConsoleReporter {
         }
         std::string label = first ? std::string(w.label) : std::string();
         if (first) label += std::string(" [") + w.unit + "]";
-        std::printf("%-40s %-44s %9s %7s  %s\n", label.c_str(), arm.c_str(), fmt_ns(ns).c_str(), ratio,
-                    verdict.c_str());
+        std::printf("%-40s %-44s %9s %7s %7s %6s  %s\n", label.c_str(), arm.c_str(), fmt_ns(ns).c_str(), ratio,
+                    heap, heap_ratio, verdict.c_str());
         first = false;
       }
     }
-    std::printf("%s\n", std::string(126, '-').c_str());
+    std::printf("%s\n", std::string(141, '-').c_str());
     std::printf("targets: %d met, %d missed, %d without an anchor in this build\n", met, missed, open);
 #if !QEL_BENCH_JSONC || !QEL_BENCH_AVRO || !QEL_BENCH_ABSL
     std::printf("peers not built:%s%s%s (bench/install-peers.sh installs them; then configure again)\n",
@@ -229,6 +248,14 @@ bool has_flag(int argc, char **argv, const char *prefix) {
 std::vector<row> &rows() {
   static std::vector<row> r;
   return r;
+}
+
+size_t heap_in_use() { return mallinfo2().uordblks; }
+
+void note_heap(const char *group, const char *arm, size_t before, int64_t units) {
+  const size_t now = heap_in_use();
+  const double held = now > before ? static_cast<double>(now - before) : 0.0;
+  heap_of()[std::string(group) + "/" + arm] = held / static_cast<double>(units);
 }
 
 void add(const char *group, const char *arm, std::function<void(benchmark::State &)> fn, double items) {
