@@ -1,0 +1,595 @@
+// JSON text read into a full variant whose type code, form and schema say
+// what the text must hold.
+//
+// The text is read into a private deep copy of the destination, which is
+// swapped in only when the whole text has been read, so a failed read
+// changes nothing.  Descent is recursive with small frames and stops at
+// QEL_JSON_MAX_DEPTH open arrays and objects, so no text can exhaust the
+// call stack.
+#include <qel_json.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "internal/qel_convert.h"
+#include "internal/qel_json_number.h"
+#include "internal/qel_json_text.h"
+#include "internal/qel_var_internal.h"
+#include "qel_std_internal.h"
+
+using qel::storage;
+using qel::storage_of;
+using qel::json::conv_result;
+using qel::json::number_token;
+
+namespace {
+
+bool is_ws(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+class reader {
+ public:
+  reader(const char *text, int64_t len, void *context, qel_schema_resolver resolver, unsigned flags,
+         qel_json_error *err)
+      : begin_(text), p_(text), end_(text + len), context_(context), resolver_(resolver), flags_(flags), err_(err) {
+    qel_stream_init(&scratch_);
+  }
+  ~reader() { qel_stream_term(&scratch_); }
+  reader(const reader &) = delete;
+  reader &operator=(const reader &) = delete;
+
+  // Requires a variant: reads the one value of the text into it.
+  int run(qel_var *v) {
+    if (!value(v, 0)) return code_;
+    skip_ws();
+    if (p_ != end_) return fail(QEL_JSON_ERR_SYNTAX, "expected the end of the text");
+    return QEL_JSON_OK;
+  }
+
+ private:
+  // ---- errors ----
+
+  // Requires nothing; the name of what the text holds at p_.
+  const char *found() const {
+    if (p_ >= end_) return "the end of the text";
+    switch (*p_) {
+      case '{': return "an object";
+      case '[': return "an array";
+      case '"': return "a string";
+      case 't':
+      case 'f': return "a boolean";
+      case 'n': return "null";
+      case ']':
+      case '}': return "the end of a container";
+      case ',': return "','";
+      case ':': return "':'";
+      default: return is_digit(*p_) || *p_ == '-' ? "a number" : "an unexpected character";
+    }
+  }
+
+  // Requires nothing; QEL_JSON_ERR_TYPE when p_ starts some JSON value (of
+  // the wrong kind), QEL_JSON_ERR_SYNTAX otherwise.
+  int mismatch() const {
+    if (p_ >= end_) return QEL_JSON_ERR_SYNTAX;
+    const char c = *p_;
+    return c == '{' || c == '[' || c == '"' || c == 't' || c == 'f' || c == 'n' || c == '-' || is_digit(c)
+               ? QEL_JSON_ERR_TYPE
+               : QEL_JSON_ERR_SYNTAX;
+  }
+
+  // Requires nothing; records the error at p_ (with the member being read,
+  // when there is one) and returns its code.
+  int fail(int code, const char *what, const char *found_text = nullptr) {
+    if (code_ != QEL_JSON_OK) return code_;
+    code_ = code;
+    if (err_ == nullptr) return code;
+    int64_t line = 1;
+    const char *line_start = begin_;
+    for (const char *q = begin_; q < p_; ++q)
+      if (*q == '\n') {
+        ++line;
+        line_start = q + 1;
+      }
+    err_->code = code;
+    err_->offset = p_ - begin_;
+    err_->line = line;
+    err_->column = p_ - line_start + 1;
+    char member[80] = "";
+    if (member_ != nullptr)
+      std::snprintf(member, sizeof member, " for member \"%.*s\"", static_cast<int>(member_len_ > 40 ? 40 : member_len_),
+                    member_);
+    std::snprintf(err_->message, sizeof err_->message, "line %lld, column %lld: %s%s, found %s",
+                  static_cast<long long>(line), static_cast<long long>(err_->column), what, member,
+                  found_text != nullptr ? found_text : found());
+    return code;
+  }
+
+  // ---- lexing ----
+
+  void skip_ws() {
+    while (p_ < end_ && is_ws(*p_)) ++p_;
+  }
+
+  // Requires p_ at a character that may start a number: takes the token
+  // apart (strict RFC 8259 grammar) or fails.
+  bool number(number_token &t, const char *expected) {
+    const char *start = p_;
+    t.negative = p_ < end_ && *p_ == '-';
+    if (t.negative) ++p_;
+    if (p_ >= end_ || !is_digit(*p_)) {
+      p_ = start;
+      return fail(start < end_ && *start == '-' ? QEL_JSON_ERR_SYNTAX : mismatch(), expected) == 0;
+    }
+    t.int_digits = p_;
+    if (*p_ == '0') {
+      ++p_;
+    } else {
+      while (p_ < end_ && is_digit(*p_)) ++p_;
+    }
+    t.int_count = p_ - t.int_digits;
+    t.frac_digits = p_;
+    t.frac_count = 0;
+    t.exponent = 0;
+    if (p_ < end_ && *p_ == '.') {
+      ++p_;
+      t.frac_digits = p_;
+      while (p_ < end_ && is_digit(*p_)) ++p_;
+      t.frac_count = p_ - t.frac_digits;
+      if (t.frac_count == 0) return fail(QEL_JSON_ERR_SYNTAX, "expected a digit after the point", "none") == 0;
+    }
+    if (p_ < end_ && (*p_ == 'e' || *p_ == 'E')) {
+      ++p_;
+      bool negative = false;
+      if (p_ < end_ && (*p_ == '+' || *p_ == '-')) negative = *p_++ == '-';
+      if (p_ >= end_ || !is_digit(*p_)) return fail(QEL_JSON_ERR_SYNTAX, "expected a digit in the exponent") == 0;
+      int64_t e = 0;
+      for (; p_ < end_ && is_digit(*p_); ++p_)
+        if (e < 1000000000) e = e * 10 + (*p_ - '0');
+      t.exponent = negative ? -e : e;
+    }
+    if (p_ < end_ && (is_digit(*p_) || *p_ == '.' || *p_ == 'e' || *p_ == 'E' || *p_ == '-' || *p_ == '+'))
+      return fail(QEL_JSON_ERR_SYNTAX, "expected the end of the number") == 0;
+    return true;
+  }
+
+  // Requires nothing; appends n bytes to the stream.
+  static void put(qel_stream *s, const char *bytes, int64_t n) {
+    if (s->capacity - s->length < n) qel_stream_expand(s, s->length + n);
+    std::memcpy(s->bytes + s->length, bytes, static_cast<size_t>(n));
+    s->length += n;
+  }
+
+  // Requires nothing; 4 hex digits at p_ as a number, or -1.
+  int32_t hex4() {
+    if (end_ - p_ < 4) return -1;
+    int32_t v = 0;
+    for (int i = 0; i < 4; ++i) {
+      const char c = p_[i];
+      const int d = is_digit(c) ? c - '0' : (c >= 'a' && c <= 'f') ? c - 'a' + 10 : (c >= 'A' && c <= 'F') ? c - 'A' + 10 : -1;
+      if (d < 0) return -1;
+      v = v * 16 + d;
+    }
+    p_ += 4;
+    return v;
+  }
+
+  // Requires p_ at '"': decodes the string behind the bytes of `out` (NULL:
+  // only checks it) and leaves p_ after the closing quote.
+  bool string(qel_stream *out) {
+    ++p_;
+    for (;;) {
+      const char *run = p_;
+      while (p_ < end_ && static_cast<unsigned char>(*p_) >= 0x20 && *p_ != '"' && *p_ != '\\' &&
+             static_cast<unsigned char>(*p_) < 0x80)
+        ++p_;
+      if (out != nullptr && p_ > run) put(out, run, p_ - run);
+      if (p_ >= end_) return fail(QEL_JSON_ERR_SYNTAX, "expected the closing quote of the string") == 0;
+      const auto c = static_cast<unsigned char>(*p_);
+      if (c == '"') {
+        ++p_;
+        return true;
+      }
+      if (c >= 0x80) {
+        const int len = qel::json::utf8_sequence(reinterpret_cast<const unsigned char *>(p_),
+                                                 reinterpret_cast<const unsigned char *>(end_));
+        if (len == 0) return fail(QEL_JSON_ERR_UTF8, "expected UTF-8 text", "a byte that is not UTF-8") == 0;
+        if (out != nullptr) put(out, p_, len);
+        p_ += len;
+        continue;
+      }
+      if (c < 0x20) return fail(QEL_JSON_ERR_STRING, "expected an escape for a control character", "a raw one") == 0;
+      if (!escape(out)) return false;
+    }
+  }
+
+  // Requires p_ at a backslash inside a string: decodes one escape.
+  bool escape(qel_stream *out) {
+    const char *start = p_++;
+    if (p_ >= end_) return fail(QEL_JSON_ERR_SYNTAX, "expected an escape", "the end of the text") == 0;
+    char c = *p_++;
+    switch (c) {
+      case '"':
+      case '\\':
+      case '/': break;
+      case 'b': c = '\b'; break;
+      case 'f': c = '\f'; break;
+      case 'n': c = '\n'; break;
+      case 'r': c = '\r'; break;
+      case 't': c = '\t'; break;
+      case 'u': return unicode_escape(out, start);
+      default: p_ = start; return fail(QEL_JSON_ERR_STRING, "expected a valid escape", "another character") == 0;
+    }
+    if (out != nullptr) put(out, &c, 1);
+    return true;
+  }
+
+  // Requires p_ after "\u": decodes the code point (a surrogate pair when
+  // the first is a high surrogate) to UTF-8.
+  bool unicode_escape(qel_stream *out, const char *start) {
+    int32_t cp = hex4();
+    if (cp < 0) {
+      p_ = start;
+      return fail(QEL_JSON_ERR_STRING, "expected four hex digits after \\u", "something else") == 0;
+    }
+    if (cp >= 0xDC00 && cp <= 0xDFFF) {
+      p_ = start;
+      return fail(QEL_JSON_ERR_STRING, "expected a high surrogate first", "a lone low surrogate") == 0;
+    }
+    if (cp >= 0xD800 && cp <= 0xDBFF) {
+      const int32_t low = end_ - p_ >= 2 && p_[0] == '\\' && p_[1] == 'u' ? (p_ += 2, hex4()) : -1;
+      if (low < 0xDC00 || low > 0xDFFF) {
+        p_ = start;
+        return fail(QEL_JSON_ERR_STRING, "expected a low surrogate after a high one", "a lone high surrogate") == 0;
+      }
+      cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
+    }
+    char u[4];
+    int n = 0;
+    if (cp < 0x80) {
+      u[n++] = static_cast<char>(cp);
+    } else if (cp < 0x800) {
+      u[n++] = static_cast<char>(0xC0 | (cp >> 6));
+      u[n++] = static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+      u[n++] = static_cast<char>(0xE0 | (cp >> 12));
+      u[n++] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+      u[n++] = static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+      u[n++] = static_cast<char>(0xF0 | (cp >> 18));
+      u[n++] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+      u[n++] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+      u[n++] = static_cast<char>(0x80 | (cp & 0x3F));
+    }
+    if (out != nullptr) put(out, u, n);
+    return true;
+  }
+
+  // Requires nothing; the literal at p_ or a failure naming what was expected.
+  bool literal(const char *word, int64_t n, const char *expected) {
+    if (end_ - p_ >= n && std::memcmp(p_, word, static_cast<size_t>(n)) == 0) {
+      p_ += n;
+      return true;
+    }
+    return fail(QEL_JSON_ERR_SYNTAX, expected) == 0;
+  }
+
+  // ---- values ----
+
+  // Requires a variant: reads the value at p_ (after whitespace) into it.
+  bool value(qel_var *v, int depth) {
+    skip_ws();
+    if (p_ < end_ && *p_ == 'n') return literal("null", 4, "expected null");
+    if (v->multi != 0) return array(v, depth);
+    switch (storage_of(v->type)) {
+      case storage::bits32: {
+        uint32_t bits = 0;
+        if (!scalar(v->type, &bits, nullptr)) return false;
+        v->data.bits32 = bits;
+        return true;
+      }
+      case storage::bits64: {
+        uint64_t bits = 0;
+        if (!scalar(v->type, nullptr, &bits)) return false;
+        v->data.bits64 = bits;
+        return true;
+      }
+      case storage::bytes: {
+        if (p_ >= end_ || *p_ != '"') return fail(mismatch(), "expected a string") == 0;
+        qel_stream_shrink(&v->data.stream, 0);
+        return string(&v->data.stream);
+      }
+      case storage::record: return object(v, depth);
+    }
+    return false;
+  }
+
+  // Requires a number code and p_ at the value: its stored bits, in *b32
+  // for the 32-bit class and in *b64 for the 64-bit class.
+  bool scalar(uint32_t type, uint32_t *b32, uint64_t *b64) {
+    const char *expected = type == 5 || type == 6 ? "expected a number"
+                           : type == 4            ? "expected an integer"
+                                                  : "expected an integer from 0 to 4294967295";
+    const char *start = p_;
+    number_token t;
+    if (!number(t, expected)) return false;
+    conv_result r = conv_result::ok;
+    switch (type) {
+      case 5: {
+        float f = 0;
+        r = qel::json::token_to_float(t, &f);
+        *b32 = qel::conv::float_bits(f);
+        break;
+      }
+      case 6: {
+        double d = 0;
+        r = qel::json::token_to_double(t, &d);
+        *b64 = static_cast<uint64_t>(qel::conv::double_bits(d));
+        break;
+      }
+      case 4: {
+        int64_t i = 0;
+        r = qel::json::token_to_int(t, INT64_MIN, INT64_MAX, &i);
+        *b64 = static_cast<uint64_t>(i);
+        break;
+      }
+      default: {
+        int64_t i = 0;
+        r = qel::json::token_to_int(t, 0, 0xFFFFFFFF, &i);
+        *b32 = static_cast<uint32_t>(i);
+      }
+    }
+    if (r == conv_result::ok) return true;
+    char text[64];
+    const int64_t n = p_ - start;
+    std::snprintf(text, sizeof text, "%.*s%s", static_cast<int>(n > 40 ? 40 : n), start, n > 40 ? "..." : "");
+    p_ = start;
+    if (type == 5 || type == 6) expected = type == 5 ? "expected a number within the float range" : "expected a number within the double range";
+    return fail(QEL_JSON_ERR_RANGE, expected, text) == 0;
+  }
+
+  // Requires nothing; fails unless one more level may open.
+  bool deeper(int depth) {
+    if (depth < QEL_JSON_MAX_DEPTH) return true;
+    return fail(QEL_JSON_ERR_DEPTH, "expected at most 1000 nested arrays and objects", "one more") == 0;
+  }
+
+  // Requires p_ after an item: true at ',' (consumed), false at the closer
+  // (consumed) or on an error (then *ok is false).
+  bool next_item(char closer, bool *ok) {
+    skip_ws();
+    if (p_ < end_ && *p_ == ',') {
+      ++p_;
+      return true;
+    }
+    if (p_ < end_ && *p_ == closer) {
+      ++p_;
+      return false;
+    }
+    *ok = fail(QEL_JSON_ERR_SYNTAX, closer == ']' ? "expected ',' or ']'" : "expected ',' or '}'") == 0;
+    return false;
+  }
+
+  // Requires an array variant: its elements become those of the JSON array.
+  bool array(qel_var *v, int depth) {
+    if (p_ >= end_ || *p_ != '[') return fail(mismatch(), "expected an array") == 0;
+    if (!deeper(depth)) return false;
+    ++p_;
+    const storage cls = storage_of(v->type);
+    switch (cls) {
+      case storage::bits32: qel_arrayd_remove_all(&v->data.arrayd); break;
+      case storage::bits64: qel_arrayx_remove_all(&v->data.arrayx); break;
+      case storage::bytes: qel_array_remove_all(&v->data.array); break;
+      case storage::record: qel_arrays_free_all(&v->data.vars, qel_var_term); break;
+    }
+    skip_ws();
+    if (p_ < end_ && *p_ == ']') {
+      ++p_;
+      return true;
+    }
+    bool ok = true;
+    do {
+      skip_ws();
+      if (!element(v, cls, depth)) return false;
+    } while (next_item(']', &ok));
+    return ok;
+  }
+
+  // Requires an array variant of class cls: appends the element at p_.
+  bool element(qel_var *v, storage cls, int depth) {
+    switch (cls) {
+      case storage::bits32: {
+        uint32_t bits = 0;
+        if (!scalar(v->type, &bits, nullptr)) return false;
+        qel_detail::append(&v->data.arrayd, bits, 0);
+        return true;
+      }
+      case storage::bits64: {
+        uint64_t bits = 0;
+        if (!scalar(v->type, nullptr, &bits)) return false;
+        qel_detail::append(&v->data.arrayx, static_cast<int64_t>(bits), 0);
+        return true;
+      }
+      case storage::bytes: {
+        if (p_ >= end_ || *p_ != '"') return fail(mismatch(), "expected a string") == 0;
+        const char *start = p_;
+        qel_stream_shrink(&scratch_, 0);
+        if (!string(&scratch_)) return false;
+        const int64_t before = v->data.array.count;
+        qel_array_append(&v->data.array, scratch_.bytes, scratch_.length, 0);
+        if (v->data.array.count == before) {
+          p_ = start;
+          return fail(QEL_JSON_ERR_RANGE, "expected strings that fit the array", "too many bytes") == 0;
+        }
+        return true;
+      }
+      case storage::record: {
+        if (p_ >= end_ || *p_ != '{') return fail(mismatch(), "expected an object") == 0;
+        qel_var *e = nullptr;
+        if (resolver_ != nullptr) {
+          e = qel_var_new_x(v->type, 0, context_, resolver_);
+        } else {
+          e = qel::var_alloc(v->type, 0, v->schema);
+          qel::var_init_at(e, context_, nullptr, nullptr);
+        }
+        qel_arrays_append(&v->data.vars, e);  // owned by the array from here on
+        return object(e, depth + 1);
+      }
+    }
+    return false;
+  }
+
+  // Requires a single record: reads the JSON object's members into it.
+  bool object(qel_var *v, int depth) {
+    if (p_ >= end_ || *p_ != '{') return fail(mismatch(), "expected an object") == 0;
+    if (!deeper(depth)) return false;
+    ++p_;
+    skip_ws();
+    if (p_ < end_ && *p_ == '}') {
+      ++p_;
+      return true;
+    }
+    bool ok = true;
+    do {
+      skip_ws();
+      if (!member(v, depth + 1)) return false;
+    } while (next_item('}', &ok));
+    return ok;
+  }
+
+  // Requires a single record and p_ at a member: reads "name": value.
+  bool member(qel_var *v, int depth) {
+    if (p_ >= end_ || *p_ != '"') return fail(QEL_JSON_ERR_SYNTAX, "expected a member name") == 0;
+    const char *name_at = p_;
+    qel_stream_shrink(&scratch_, 0);
+    if (!string(&scratch_)) return false;
+    const char *raw = name_at + 1;
+    const int64_t raw_len = p_ - 1 - raw;
+    skip_ws();
+    if (p_ >= end_ || *p_ != ':') return fail(QEL_JSON_ERR_SYNTAX, "expected ':' after the member name") == 0;
+    ++p_;
+    auto *m = static_cast<qel_var *>(qel_detail::hash_get(&v->data.members, scratch_.bytes, scratch_.length));
+    if (m == nullptr && !create_member(v, &m)) return false;
+    if (m == nullptr) {
+      if ((flags_ & QEL_JSON_SKIP_UNKNOWN) == 0) {
+        p_ = name_at;
+        char text[64];
+        std::snprintf(text, sizeof text, "\"%.*s\"", static_cast<int>(raw_len > 40 ? 40 : raw_len), raw);
+        return fail(QEL_JSON_ERR_UNKNOWN, "expected a member of the record", text) == 0;
+      }
+      return skip(depth);
+    }
+    const char *outer = member_;
+    const int64_t outer_len = member_len_;
+    member_ = raw;
+    member_len_ = raw_len;
+    const bool ok = value(m, depth);
+    member_ = outer;
+    member_len_ = outer_len;
+    return ok;
+  }
+
+  // Requires a single record and the member name in scratch_: creates the
+  // member when the schema lists it (*m stays NULL otherwise); false only
+  // when the record cannot take one more member.
+  bool create_member(qel_var *v, qel_var **m) {
+    uint32_t type = 0;
+    uint8_t multi = 0;
+    if (v->schema == nullptr || qel_var_schema_find(v->schema, scratch_.bytes, scratch_.length, &type, &multi) < 0)
+      return true;
+    qel_var *made = qel_var_new_x(type, multi, context_, resolver_);
+    qel_hash_entry *e = qel_hash_insert(&v->data.members, scratch_.bytes, scratch_.length, made);
+    if (e == nullptr || e->value != made) {
+      qel_var_free(made);
+      return fail(QEL_JSON_ERR_RANGE, "expected a member the record can hold", "too many") == 0;
+    }
+    *m = made;
+    return true;
+  }
+
+  // Requires nothing; checks the value at p_ (after whitespace) and steps
+  // over it.
+  bool skip(int depth) {
+    skip_ws();
+    if (p_ >= end_) return fail(QEL_JSON_ERR_SYNTAX, "expected a value") == 0;
+    const char c = *p_;
+    if (c == '"') return string(nullptr);
+    if (c == 't') return literal("true", 4, "expected a value");
+    if (c == 'f') return literal("false", 5, "expected a value");
+    if (c == 'n') return literal("null", 4, "expected a value");
+    if (c == '[' || c == '{') {
+      if (!deeper(depth)) return false;
+      ++p_;
+      skip_ws();
+      const char closer = c == '[' ? ']' : '}';
+      if (p_ < end_ && *p_ == closer) {
+        ++p_;
+        return true;
+      }
+      bool ok = true;
+      do {
+        skip_ws();
+        if (c == '{') {
+          if (p_ >= end_ || *p_ != '"') return fail(QEL_JSON_ERR_SYNTAX, "expected a member name") == 0;
+          if (!string(nullptr)) return false;
+          skip_ws();
+          if (p_ >= end_ || *p_ != ':') return fail(QEL_JSON_ERR_SYNTAX, "expected ':' after the member name") == 0;
+          ++p_;
+        }
+        if (!skip(depth + 1)) return false;
+      } while (next_item(closer, &ok));
+      return ok;
+    }
+    if (c != '-' && !is_digit(c)) return fail(QEL_JSON_ERR_SYNTAX, "expected a value") == 0;
+    number_token t;
+    return number(t, "expected a value");
+  }
+
+  const char *begin_;
+  const char *p_;
+  const char *end_;
+  void *context_;
+  qel_schema_resolver resolver_;
+  unsigned flags_;
+  qel_json_error *err_;
+  int code_ = QEL_JSON_OK;
+  const char *member_ = nullptr;  // raw name of the innermost member being read
+  int64_t member_len_ = 0;
+  qel_stream scratch_;  // decoded member names and array strings
+};
+
+}  // namespace
+
+extern "C" int qel_json_read(qel_var *dst, const char *text, int64_t len, void *context, qel_schema_resolver resolver,
+                             unsigned flags, qel_json_error *err) {
+  if (text == nullptr) {
+    text = "";
+    len = 0;
+  } else if (len < 0) {
+    len = static_cast<int64_t>(std::strlen(text));
+  }
+  if (err != nullptr) {
+    err->code = QEL_JSON_OK;
+    err->offset = 0;
+    err->line = 0;
+    err->column = 0;
+    err->message[0] = '\0';
+  }
+  // A private deep copy: members created by name keep their own schemas.
+  qel_var *work = qel::var_alloc(dst->type, dst->multi, nullptr);
+  qel::var_init_at(work, nullptr, nullptr, nullptr);
+  qel::var_copy_into(work, dst);
+  work->schema = dst->schema;
+  int rc = QEL_JSON_OK;
+  {
+    reader r(text, len, context, resolver, flags, err);
+    rc = r.run(work);
+  }
+  if (rc == QEL_JSON_OK) {
+    std::swap(dst->data, work->data);
+    std::swap(dst->buf, work->buf);
+  }
+  qel_var_free(work);
+  return rc;
+}
