@@ -126,15 +126,17 @@ int shortest_digits(uint64_t f, int e, int p, int min_e, char *digits, int *poin
 }
 
 // Requires 1 <= n digits with no leading zero; writes the number in the
-// positional form for points -5 .. 21 and in exponent form otherwise.
+// positional form for points -5 .. 21 and in exponent form otherwise, except
+// that a whole number takes the plain integer form only below 10^18: readers
+// that keep such text as a 64-bit integer then still get the exact value.
 int emit(bool negative, const char *digits, int n, int point, char *out) {
   char *o = out;
   if (negative) *o++ = '-';
-  if (n <= point && point <= 21) {
+  if (n <= point && point <= 18) {
     std::memcpy(o, digits, static_cast<size_t>(n));
     o += n;
     for (int i = n; i < point; ++i) *o++ = '0';
-  } else if (0 < point && point <= 21) {
+  } else if (0 < point && point <= 21 && n > point) {
     std::memcpy(o, digits, static_cast<size_t>(point));
     o += point;
     *o++ = '.';
