@@ -89,9 +89,11 @@ inline void put64(qel_var *var, int64_t index, int64_t bits) {
 }
 
 // ---- the typed accessors, one dispatch per call ----
-// The dispatch tests the type code's bit against the codes of each kind, in
-// a few compares and predictable jumps: a switch here compiles to a jump
-// table, whose indirect jump costs more than the whole access.
+// The dispatch tests the type code against the codes of each kind in a few
+// compares and predictable jumps (a switch here compiles to a jump table,
+// whose indirect jump costs more than the whole access).  The kind that
+// matches the caller's kind comes first, so its path is the shortest: a
+// double meets code 6 by one compare.
 
 constexpr uint32_t kCodes32 = (1u << 1) | (1u << 2) | (1u << 3) | (1u << 9);  // 32-bit integers
 constexpr uint32_t kCodeF32 = 1u << 5;
@@ -101,37 +103,145 @@ constexpr uint32_t kCodeF64 = 1u << 6;
 // Requires nothing; the bit of a type code among codes 0..9, 0 for the others.
 inline uint32_t code_bit(uint32_t type) { return type <= 9 ? 1u << type : 0u; }
 
+// Tags naming the stored kind a dispatch found.
+struct u32_kind {};
+struct f32_kind {};
+struct i64_kind {};
+struct f64_kind {};
+struct no_kind {};
+
+// Requires T int64_t, float or double and f callable with every tag; calls
+// f with the stored kind of a type code (no_kind for 0, 7, 8, 10 upward).
+template <class T, class F>
+inline decltype(auto) by_kind(uint32_t type, F &&f) {
+  if constexpr (std::is_same_v<T, double>) {
+    if (type == 6) return f(f64_kind{});
+  } else if constexpr (std::is_same_v<T, float>) {
+    if (type == 5) return f(f32_kind{});
+  } else {
+    if (type - 1u < 3u) return f(u32_kind{});  // codes 1, 2, 3 (9 below)
+  }
+  const uint32_t bit = code_bit(type);
+  if (bit & kCodes32) return f(u32_kind{});
+  if (bit & kCodeI64) return f(i64_kind{});
+  if (bit & kCodeF64) return f(f64_kind{});
+  if (bit & kCodeF32) return f(f32_kind{});
+  return f(no_kind{});
+}
+
 // Requires a variant; appends the converted value to a numeric array.
 template <class T>
-void add_value(qel_var *var, T v) {
+[[gnu::noinline]] void add_value_any(qel_var *var, T v) {
   if (var->multi == 0) return;
-  const uint32_t bit = code_bit(var->type);
-  if (bit & kCodes32) qel_detail::append(&var->data.arrayd, to_u32(v), 0);
-  else if (bit & kCodeF64) qel_detail::append(&var->data.arrayx, to_f64(v), 0);
-  else if (bit & kCodeI64) qel_detail::append(&var->data.arrayx, to_i64(v), 0);
-  else if (bit & kCodeF32) qel_detail::append(&var->data.arrayd, to_f32(v), 0);
-  // 0, 7, 8 and the record codes: nothing
+  by_kind<T>(var->type, [&](auto k) {
+    using K = decltype(k);
+    if constexpr (std::is_same_v<K, u32_kind>) qel_detail::append(&var->data.arrayd, to_u32(v), 0);
+    else if constexpr (std::is_same_v<K, f32_kind>) qel_detail::append(&var->data.arrayd, to_f32(v), 0);
+    else if constexpr (std::is_same_v<K, i64_kind>) qel_detail::append(&var->data.arrayx, to_i64(v), 0);
+    else if constexpr (std::is_same_v<K, f64_kind>) qel_detail::append(&var->data.arrayx, to_f64(v), 0);
+    // 0, 7, 8 and the record codes: nothing
+  });
 }
 
 // Requires a variant; stores the converted value (single form ignores index).
 template <class T>
-void set_value(qel_var *var, int64_t index, T v) {
-  const uint32_t bit = code_bit(var->type);
-  if (bit & kCodes32) put32(var, index, to_u32(v));
-  else if (bit & kCodeF64) put64(var, index, to_f64(v));
-  else if (bit & kCodeI64) put64(var, index, to_i64(v));
-  else if (bit & kCodeF32) put32(var, index, to_f32(v));
+[[gnu::noinline]] void set_value_any(qel_var *var, int64_t index, T v) {
+  by_kind<T>(var->type, [&](auto k) {
+    using K = decltype(k);
+    if constexpr (std::is_same_v<K, u32_kind>) put32(var, index, to_u32(v));
+    else if constexpr (std::is_same_v<K, f32_kind>) put32(var, index, to_f32(v));
+    else if constexpr (std::is_same_v<K, i64_kind>) put64(var, index, to_i64(v));
+    else if constexpr (std::is_same_v<K, f64_kind>) put64(var, index, to_f64(v));
+  });
 }
 
 // Requires a variant; the stored value converted to T, or 0.
 template <class T>
-T get_value(const qel_var *var, int64_t index) {
-  const uint32_t bit = code_bit(var->type);
-  if (bit & kCodes32) return from_u32<T>(get32(var, index));
-  if (bit & kCodeF64) return from_f64<T>(conv::bits_double(get64(var, index)));
-  if (bit & kCodeI64) return from_i64<T>(get64(var, index));
-  if (bit & kCodeF32) return from_f32<T>(conv::bits_float(get32(var, index)));
-  return T{};
+[[gnu::noinline]] T get_value_any(const qel_var *var, int64_t index) {
+  return by_kind<T>(var->type, [&](auto k) -> T {
+    using K = decltype(k);
+    if constexpr (std::is_same_v<K, u32_kind>) return from_u32<T>(get32(var, index));
+    else if constexpr (std::is_same_v<K, f32_kind>) return from_f32<T>(conv::bits_float(get32(var, index)));
+    else if constexpr (std::is_same_v<K, i64_kind>) return from_i64<T>(get64(var, index));
+    else if constexpr (std::is_same_v<K, f64_kind>) return from_f64<T>(conv::bits_double(get64(var, index)));
+    else return T{};
+  });
+}
+
+// The array and the codes that a caller kind meets with no conversion beyond
+// its own bits: a double code 6, a float code 5, an integer codes 1 to 3.
+template <class T>
+struct native;
+template <>
+struct native<double> {
+  static bool has(uint32_t type) { return type == 6; }
+  static qel_arrayx *array(qel_var *var) { return &var->data.arrayx; }
+  static const qel_arrayx *array(const qel_var *var) { return &var->data.arrayx; }
+  static int64_t bits(double d) { return to_f64(d); }
+  static double value(int64_t b) { return conv::bits_double(b); }
+  static int64_t single(const qel_var *var) { return static_cast<int64_t>(var->data.bits64); }
+  static void set_single(qel_var *var, int64_t b) { var->data.bits64 = static_cast<uint64_t>(b); }
+};
+template <>
+struct native<float> {
+  static bool has(uint32_t type) { return type == 5; }
+  static qel_arrayd *array(qel_var *var) { return &var->data.arrayd; }
+  static const qel_arrayd *array(const qel_var *var) { return &var->data.arrayd; }
+  static uint32_t bits(float f) { return to_f32(f); }
+  static float value(uint32_t b) { return conv::bits_float(b); }
+  static uint32_t single(const qel_var *var) { return var->data.bits32; }
+  static void set_single(qel_var *var, uint32_t b) { var->data.bits32 = b; }
+};
+template <>
+struct native<int64_t> {
+  static bool has(uint32_t type) { return type - 1u < 3u; }
+  static qel_arrayd *array(qel_var *var) { return &var->data.arrayd; }
+  static const qel_arrayd *array(const qel_var *var) { return &var->data.arrayd; }
+  static uint32_t bits(int64_t v) { return to_u32(v); }
+  static int64_t value(uint32_t b) { return b; }
+  static uint32_t single(const qel_var *var) { return var->data.bits32; }
+  static void set_single(qel_var *var, uint32_t b) { var->data.bits32 = b; }
+};
+
+// Requires a variant.  An array of the caller kind's own codes takes a
+// straight path with no jump taken (the append's own rare cases are one tail
+// call); everything else goes through the full dispatch.
+template <class T>
+inline void add_value(qel_var *var, T v) {
+  using N = native<T>;
+  if (__builtin_expect(N::has(var->type) && var->multi != 0, 1)) return qel_detail::append(N::array(var), N::bits(v), 0);
+  add_value_any(var, v);
+}
+
+// Requires a variant.  As add_value: a value of the caller kind's own codes,
+// single or in range of an array without a keyed-insert index, is written on
+// a straight path with no stack frame.
+template <class T>
+inline void set_value(qel_var *var, int64_t index, T v) {
+  using N = native<T>;
+  if (N::has(var->type)) [[likely]] {
+    if (var->multi == 0) return N::set_single(var, N::bits(v));
+    auto *a = N::array(var);
+    if (qel_detail::in_range(a, index) && a->priv_lookup == nullptr) [[likely]] {
+      a->entries[index].value = N::bits(v);
+      a->entries[index].buf = 0;
+      return;
+    }
+  }
+  set_value_any(var, index, v);
+}
+
+// Requires a variant.  As add_value: a value of the caller kind's own codes,
+// single or in range of an array, is read on a straight path.
+template <class T>
+inline T get_value(const qel_var *var, int64_t index) {
+  using N = native<T>;
+  if (N::has(var->type)) [[likely]] {
+    if (var->multi == 0) return N::value(N::single(var));
+    if (qel_detail::in_range(N::array(var), index)) [[likely]]
+      return N::value(N::array(var)->entries[index].value);
+  }
+  return get_value_any<T>(var, index);
 }
 
 // ---- strings ----

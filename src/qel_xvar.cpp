@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <type_traits>
 
 #include "internal/qel_convert.h"
 #include "internal/qel_xvar_internal.h"
@@ -70,21 +71,53 @@ void shrink_array(A &a, int64_t n, void (*remove_all)(A *)) {
 
 // ---- numbers ----
 
-// Requires: an array header.  Value of entry i, 0 outside 0..count-1.
+// Requires: an array header.  Value of entry i, 0 outside 0..count-1 (and
+// beyond the capacity).
 template <class A>
 auto value_at(const A &a, int64_t i) -> decltype(a.entries->value) {
-  return (i >= 0 && i < a.count) ? a.entries[i].value : 0;
+  return qel_detail::in_range(&a, i) ? a.entries[i].value : 0;
 }
 
 // Requires: a valid record; C is int64_t, float or double.  Appends in the multi form.
 template <class C>
-void add_number(qel_xvar *v, C value) {
+[[gnu::noinline]] void add_number_any(qel_xvar *v, C value) {
   if (!v->multi) return;
   switch (v->type) {
     case kU32: case kF32: qel_detail::append(&v->data.arrayd, to_bits32(v->type, value), 0); break;
     case kI64: case kF64: qel_detail::append(&v->data.arrayx, to_bits64(v->type, value), 0); break;
     default: break;
   }
+}
+
+// The code a caller kind C meets with no conversion beyond its own bits
+// (an integer: the signed 64-bit code), and that code's array.
+template <class C>
+inline constexpr uint32_t kNativeCode = std::is_same_v<C, double> ? kF64 : std::is_same_v<C, float> ? kF32 : kI64;
+template <class C>
+auto *native_array(qel_xvar *v) {
+  if constexpr (is_narrow(kNativeCode<C>)) return &v->data.arrayd;
+  else return &v->data.arrayx;
+}
+template <class C>
+const auto *native_array(const qel_xvar *v) {
+  if constexpr (is_narrow(kNativeCode<C>)) return &v->data.arrayd;
+  else return &v->data.arrayx;
+}
+// Requires C's native code; the bits stored for value.
+template <class C>
+auto native_bits(C value) {
+  if constexpr (is_narrow(kNativeCode<C>)) return to_bits32(kNativeCode<C>, value);
+  else return to_bits64(kNativeCode<C>, value);
+}
+
+// Requires: a valid record.  An array of the caller kind's own code takes a
+// straight path with no jump taken (the append's rare cases are one tail
+// call); everything else goes through the full dispatch.
+template <class C>
+inline void add_number(qel_xvar *v, C value) {
+  if (v->type != kNativeCode<C> || !v->multi) [[unlikely]]
+    return add_number_any(v, value);
+  qel_detail::append(native_array<C>(v), native_bits(value), 0);
 }
 
 // Requires: a valid record; buf_out NULL or writable.  Keyed insert in the multi form.
@@ -126,7 +159,7 @@ void set_number(qel_xvar *v, int64_t index, C value) {
 
 // Requires: a valid record.  One value in the caller's kind; 0 when there is none.
 template <class R>
-R get_number(const qel_xvar *v, int64_t index) {
+[[gnu::noinline]] R get_number_any(const qel_xvar *v, int64_t index) {
   const uint32_t t = v->type;
   if (!is_number(t)) return R{0};
   if (is_narrow(t)) {
@@ -136,6 +169,17 @@ R get_number(const qel_xvar *v, int64_t index) {
   const int64_t bits =
       v->multi ? value_at(v->data.arrayx, index) : static_cast<int64_t>(v->data.single.value.bits64);
   return from_bits64<R>(t, bits);
+}
+
+// Requires: a valid record.  As add_number: an element of the caller kind's
+// own code is read on a straight path.
+template <class R>
+inline R get_number(const qel_xvar *v, int64_t index) {
+  if (v->type != kNativeCode<R> || !v->multi || !qel_detail::in_range(native_array<R>(v), index)) [[unlikely]]
+    return get_number_any<R>(v, index);
+  const auto bits = native_array<R>(v)->entries[index].value;
+  if constexpr (is_narrow(kNativeCode<R>)) return from_bits32<R>(kNativeCode<R>, bits);
+  else return from_bits64<R>(kNativeCode<R>, bits);
 }
 
 // ---- caller values ----

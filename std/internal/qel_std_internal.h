@@ -84,6 +84,20 @@ inline int64_t in_use(const A *a) {
   return n < a->capacity ? n : a->capacity;
 }
 
+// Requires an array record (capacity >= 0, as every array keeps it); true for
+// 0 <= i < capacity.  One unsigned compare covers the negative i.
+template <typename A>
+inline bool below_capacity(const A *a, int64_t i) {
+  return static_cast<uint64_t>(i) < static_cast<uint64_t>(a->capacity);
+}
+
+// Requires an array record (capacity >= 0); true when entry index is in use
+// and stored: 0 <= index < count and index < capacity, in two compares.
+template <typename A>
+inline bool in_range(const A *a, int64_t index) {
+  return below_capacity(a, index) && index < a->count;
+}
+
 // ---------------------------------------------------------------- hashing
 
 // Requires nothing; a strong 64-bit mix (all input bits reach all outputs).
@@ -314,7 +328,7 @@ template <typename A, typename V>
 template <typename A, typename V>
 inline void value_append(A *a, V value, uint64_t buf) {
   const int64_t n = a->count;
-  if (n >= 0 && n < a->capacity && a->priv_lookup == nullptr) [[likely]] {
+  if (below_capacity(a, n) && a->priv_lookup == nullptr) [[likely]] {
     a->entries[n].value = value;
     a->entries[n].buf = buf;
     a->count = n + 1;
@@ -329,7 +343,7 @@ inline void append(qel_arrayx *a, int64_t value, uint64_t buf) { value_append(a,
 // Require an initialised array and out non-NULL; entry index's value, or 0
 // (and result 0) outside 0..count-1.
 inline int get_at(const qel_arrayd *a, int64_t index, uint32_t *out) {
-  if (index >= 0 && index < a->count && index < a->capacity) {
+  if (in_range(a, index)) {
     *out = a->entries[index].value;
     return 1;
   }
@@ -337,7 +351,7 @@ inline int get_at(const qel_arrayd *a, int64_t index, uint32_t *out) {
   return 0;
 }
 inline int get_at(const qel_arrayx *a, int64_t index, int64_t *out) {
-  if (index >= 0 && index < a->count && index < a->capacity) {
+  if (in_range(a, index)) {
     *out = a->entries[index].value;
     return 1;
   }
@@ -349,7 +363,7 @@ inline int get_at(const qel_arrayx *a, int64_t index, int64_t *out) {
 // (nothing outside 0..count-1).  The keyed-insert index is dropped.
 template <typename A, typename V>
 inline void value_set_at(A *a, int64_t index, V value, uint64_t buf) {
-  if (index >= 0 && index < a->count && index < a->capacity) {
+  if (in_range(a, index)) {
     a->entries[index].value = value;
     a->entries[index].buf = buf;
     if (a->priv_lookup != nullptr) drop_lookup(a);
