@@ -3,14 +3,15 @@
 // each iteration makes a column, appends every row, then fetches every row
 // back into one reused holder and reads its values, and frees the column.
 //   qel: qel_xvars_new / qel_xvars_add_var / qel_xvars_fetch_var into a multi
-//   light variant of code 4, whose values are read from its array's entries
-//   (fields the header lets callers read), as the baseline reads its vector.
+//   light variant of code 4, read the way a C caller reads a fetched row:
+//   qel_xvar_size, then qel_xvar_get_double per value.
 //   anchor: offsets plus values: a std::vector of row starts and one
 //   std::vector of the same 16-byte entries (value, caller value); rows
 //   fetched with assign into a reused std::vector.
-//   For orientation: the same qel arm reading each value through
-//   qel_xvar_size / qel_xvar_get_double, and, from bench_columns.cpp, the
-//   append and the fetch timed apart.
+//   For orientation: the same qel arm reading the values straight from the
+//   row's array entries (fields the header lets callers read), as the
+//   baseline reads its vector, and, from bench_columns.cpp, the append and
+//   the fetch timed apart.
 // Values read back are summed as their bits in every arm (see bench_values.cpp).
 #include <qel.h>
 
@@ -123,7 +124,7 @@ void offsets_values(benchmark::State &state) {
 }  // namespace
 
 void qb::register_columns() {
-  add("9.columns", "qel", qel_columns<false>, kRows);
+  add("9.columns", "qel", qel_columns<true>, kRows);
   add("9.columns", "offsets+values", offsets_values, kRows);
-  add("9.columns", "qel, values via qel_xvar_get_double", qel_columns<true>, kRows);
+  add("9.columns", "qel, values read from the entries", qel_columns<false>, kRows);
 }

@@ -225,10 +225,10 @@ class table_reporter : public benchmark::ConsoleReporter {
     }
     std::printf("%s\n", std::string(141, '-').c_str());
     std::printf("targets: %d met, %d missed, %d without an anchor in this build\n", met, missed, open);
-#if !QEL_BENCH_JSONC || !QEL_BENCH_AVRO || !QEL_BENCH_ABSL
-    std::printf("peers not built:%s%s%s (bench/install-peers.sh installs them; then configure again)\n",
+#if !QEL_BENCH_JSONC || !QEL_BENCH_AVRO || !QEL_BENCH_ABSL || !QEL_BENCH_GLIB
+    std::printf("peers not built:%s%s%s%s (bench/install-peers.sh installs them; then configure again)\n",
                 QEL_BENCH_JSONC ? "" : " json-c (libjson-c-dev)", QEL_BENCH_AVRO ? "" : " Avro C (libavro-dev)",
-                QEL_BENCH_ABSL ? "" : " Abseil (libabsl-dev)");
+                QEL_BENCH_ABSL ? "" : " Abseil (libabsl-dev)", QEL_BENCH_GLIB ? "" : " GLib (libglib2.0-dev)");
 #endif
     std::fflush(stdout);
   }
@@ -295,6 +295,9 @@ int main(int argc, char **argv) {
 #endif
 #if QEL_BENCH_AVRO
   qb::register_avro();
+#endif
+#if QEL_BENCH_GLIB
+  qb::register_glib();
 #endif
 
   // Arms of one workload back to back, in the order the workloads are listed.

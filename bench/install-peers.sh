@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that add the peer libraries to the benchmark
-# suite: json-c, Apache Avro's C library and Abseil.  The suite builds and
+# suite: json-c, Apache Avro's C library, Abseil and GLib.  The suite builds and
 # runs without them; each one found adds its rows at the next configure.
 #
 #   sudo bench/install-peers.sh        (or as root)
 set -euo pipefail
 
-packages=(libjson-c-dev libavro-dev libabsl-dev)
+packages=(libjson-c-dev libavro-dev libabsl-dev libglib2.0-dev)
 
 if [ "$(id -u)" -ne 0 ]; then
   if command -v sudo >/dev/null 2>&1; then
