@@ -1,0 +1,483 @@
+// Hand-written cases for what the model drivers cannot state better: the
+// conversion table at its edges (the drivers' reference conversions answer
+// to it), the golden orders of the float sorts, schema tags, the resolver's
+// order, self-nesting and the depth limit, copies and appends between a
+// record and its own members, and the C++ layer's compile-time contract,
+// resolvers and ordering.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <qel.hpp>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+constexpr unsigned kMaxBuildDepth = 256;  // records nested by one construction, at most
+
+std::vector<uint64_t> bufs(qel::var_cref v) {
+  std::vector<uint64_t> out;
+  for (int64_t i = 0; i < v.size(); ++i) out.push_back(v.get_buf(i));
+  return out;
+}
+
+std::vector<std::string> names(qel::var_cref v) {
+  std::vector<std::string> out;
+  for (auto m : v.members()) out.emplace_back(m.name);
+  return out;
+}
+
+// ---- conversions: one table, checked in the full variant (both forms), the
+// light variant and the column set
+
+struct Read {
+  int64_t i, l;
+  float f;
+  double d;
+};
+
+template <class Set>
+void put(int kind, int64_t n, double in, Set set) {
+  if (kind == 0) set(n, 0.0f, 0.0, 0);
+  if (kind == 1) set(n, 0.0f, 0.0, 1);
+  if (kind == 2) set(0, static_cast<float>(in), 0.0, 2);
+  if (kind == 3) set(0, 0.0f, in, 3);
+}
+
+Read through_var(uint32_t code, bool multi, int kind, int64_t n, double in) {
+  qel::var v(code, multi);
+  qel_var *p = v.get();
+  const int64_t at = multi ? 1 : 0;
+  if (multi) v.add_all({0, 0, 0});
+  put(kind, n, in, [&](int64_t i, float f, double d, int k) {
+    if (k == 0) qel_var_set_integer(p, at, i);
+    if (k == 1) qel_var_set_long(p, at, i);
+    if (k == 2) qel_var_set_float(p, at, f);
+    if (k == 3) qel_var_set_double(p, at, d);
+  });
+  return {qel_var_get_integer(p, at), qel_var_get_long(p, at), qel_var_get_float(p, at), qel_var_get_double(p, at)};
+}
+
+Read through_xvar(uint32_t code, bool columns, int kind, int64_t n, double in) {
+  qel::xvar x(code, 1);
+  qel_xvar *p = x.get();
+  put(kind, n, in, [&](int64_t i, float f, double d, int k) {
+    if (k == 0) qel_xvar_add_integer(p, i);
+    if (k == 1) qel_xvar_add_long(p, i);
+    if (k == 2) qel_xvar_add_float(p, f);
+    if (k == 3) qel_xvar_add_double(p, d);
+  });
+  if (!columns)
+    return {qel_xvar_get_integer(p, 0), qel_xvar_get_long(p, 0), qel_xvar_get_float(p, 0), qel_xvar_get_double(p, 0)};
+  qel::xvars xs(code, 1);
+  xs.add_var(x);
+  qel_xvars *s = xs.get();
+  return {qel_xvars_get_integer(s, 0, 0), qel_xvars_get_long(s, 0, 0), qel_xvars_get_float(s, 0, 0),
+          qel_xvars_get_double(s, 0, 0)};
+}
+
+TEST(Convert, TableEdgesInEveryFamilyAndForm) {
+  const float f01 = 0.1f, fmax = std::numeric_limits<float>::max(), finf = std::numeric_limits<float>::infinity();
+  const float fmin63 = -9223372036854775808.0f;
+  const int64_t p53 = int64_t{1} << 53;
+  const struct {
+    uint32_t code;
+    int kind;  // 0 integer, 1 long (both take n), 2 float, 3 double (take in)
+    int64_t n;
+    double in;
+    int64_t i;
+    float f;
+    double d;
+  } rows[] = {
+      // 32-bit integer codes: modulo 2^32, read back unsigned; floating truncates through int64
+      {1, 0, -1, 0, 4294967295, 4294967296.0f, 4294967295.0},
+      {9, 1, (int64_t{1} << 32) + 5, 0, 5, 5.0f, 5.0},
+      {2, 1, kMin, 0, 0, 0.0f, 0.0},
+      {3, 1, std::numeric_limits<int64_t>::max(), 0, 4294967295, 4294967296.0f, 4294967295.0},
+      {2, 2, 0, -2.75, 0xFFFFFFFE, 4294967296.0f, 4294967294.0},
+      {3, 3, 0, 1e300, 0, 0.0f, 0.0},
+      {3, 3, 0, kNaN, 0, 0.0f, 0.0},
+      {2, 3, 0, 4294967296.0 + 7.9, 7, 7.0f, 7.0},
+      {1, 3, 0, -0.99, 0, 0.0f, 0.0},
+      // float code: nearest float, ties to even; beyond the range an infinity
+      {5, 0, 16777219, 0, 16777220, 16777220.0f, 16777220.0},
+      {5, 1, -3, 0, -3, -3.0f, -3.0},
+      {5, 3, 0, 0.1, 0, f01, static_cast<double>(f01)},
+      {5, 3, 0, -2.5, -2, -2.5f, -2.5},
+      {5, 3, 0, 1e300, kMin, finf, kInf},
+      {5, 3, 0, -1e300, kMin, -finf, -kInf},
+      {5, 3, 0, 3.4028235e38, kMin, fmax, static_cast<double>(fmax)},  // just above FLT_MAX: rounds down
+      {5, 3, 0, 0x1.ffffffp127, kMin, finf, kInf},                     // FLT_MAX + half an ulp: up
+      {5, 3, 0, kNaN, kMin, std::numeric_limits<float>::quiet_NaN(), kNaN},
+      {5, 2, 0, 9.3e18, kMin, 9.3e18f, static_cast<double>(9.3e18f)},
+      // 64-bit integer code
+      {4, 2, 0, -2.75, -2, -2.0f, -2.0},
+      {4, 3, 0, -7.9, -7, -7.0f, -7.0},
+      {4, 3, 0, 1e300, kMin, fmin63, -9223372036854775808.0},
+      {4, 3, 0, kNaN, kMin, fmin63, -9223372036854775808.0},
+      {4, 3, 0, kInf, kMin, fmin63, -9223372036854775808.0},
+      {4, 3, 0, 9223372036854775808.0, kMin, fmin63, -9223372036854775808.0},
+      {4, 3, 0, -9223372036854775808.0, kMin, fmin63, -9223372036854775808.0},
+      {4, 3, 0, 9223372036854774784.0, 9223372036854774784, 9223372036854775808.0f, 9223372036854774784.0},
+      {4, 1, kMin, 0, kMin, fmin63, -9223372036854775808.0},
+      {4, 0, p53 + 1, 0, p53 + 1, 9007199254740992.0f, 9007199254740992.0},  // tie to even
+      {4, 1, 16777217, 0, 16777217, 16777216.0f, 16777217.0},
+      // double code
+      {6, 2, 0, 0.1, 0, f01, static_cast<double>(f01)},  // exact widening
+      {6, 3, 0, -7.9, -7, -7.9f, -7.9},
+      {6, 3, 0, kNaN, kMin, std::numeric_limits<float>::quiet_NaN(), kNaN},
+      {6, 3, 0, 1e300, kMin, finf, 1e300},
+      {6, 3, 0, 1e-50, 0, 0.0f, 1e-50},
+      {6, 1, p53 + 3, 0, p53 + 4, 9007199254740996.0f, 9007199254740996.0},
+      {6, 1, std::numeric_limits<int64_t>::max(), 0, kMin, 9223372036854775808.0f, 9223372036854775808.0},
+  };
+  auto same = [](double a, double b) {
+    return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b) || (std::isnan(a) && std::isnan(b));
+  };
+  for (const auto &r : rows) {
+    const uint32_t xcode = r.code == 4 ? 2 : r.code == 5 ? 3 : r.code == 6 ? 4 : 1;
+    for (int form = 0; form < 4; ++form) {
+      const Read got = form < 2 ? through_var(r.code, form == 1, r.kind, r.n, r.in)
+                                : through_xvar(xcode, form == 3, r.kind, r.n, r.in);
+      const std::string where = "code " + std::to_string(r.code) + " kind " + std::to_string(r.kind) + " in " +
+                                std::to_string(r.in) + "/" + std::to_string(r.n) + " form " + std::to_string(form);
+      EXPECT_EQ(got.i, r.i) << where;
+      EXPECT_EQ(got.l, r.i) << where;
+      EXPECT_TRUE(same(got.f, r.f)) << where << " float " << got.f;
+      EXPECT_TRUE(same(got.d, r.d)) << where << " double " << got.d;
+    }
+  }
+  // A negative zero and a NaN payload are stored as they come.
+  qel::var d(6, 1);
+  d.add(std::bit_cast<double>(uint64_t{0x7FF8000000000123}));
+  d.add(-0.0);
+  EXPECT_EQ(std::bit_cast<uint64_t>(d.get<double>(0)), 0x7FF8000000000123u);
+  EXPECT_TRUE(std::signbit(d.get<double>(1)));
+}
+
+// ---- golden orders of the float sorts (ties and NaNs where the quicksort puts them)
+
+qel::var floats(uint32_t type, const std::vector<double> &values) {
+  qel::var v(type, 1);
+  for (size_t k = 0; k < values.size(); ++k) {
+    v.add(values[k]);
+    v.set_buf(static_cast<int64_t>(k), k);
+  }
+  return v;
+}
+
+TEST(Sort, FloatAndDoubleGoldenOrders) {
+  std::vector<double> forty;
+  for (int i = 0; i < 40; ++i) forty.push_back(static_cast<double>((i * 7) % 5) - (i % 3 == 0 ? 0.5 : 0.0));
+  forty[13] = kNaN, forty[27] = -0.0, forty[31] = kInf, forty[5] = -kInf;
+  const std::vector<uint64_t> up40{5, 30, 15, 0,  25, 20, 27, 35, 13, 10, 18, 3,  33, 8, 28, 23, 38, 6,  36, 21,
+                                   1, 11, 26, 16, 39, 9,  24, 4,  19, 29, 34, 14, 12, 2, 7,  32, 17, 37, 22, 31};
+  const std::vector<uint64_t> down40{31, 2, 32, 17, 37, 7, 22, 12, 34, 14, 4,  19, 29, 24, 39, 9,  16, 1, 26, 11,
+                                     21, 6, 36, 23, 28, 8, 38, 3,  18, 33, 10, 35, 27, 20, 25, 15, 13, 0, 30, 5};
+  for (const uint32_t type : {5u, 6u}) {
+    qel::var up = floats(type, {3, 1, 3, 2, 3, 1, 2, 3, 1, 2}), down = floats(type, {3, 1, 3, 2, 3, 1, 2, 3, 1, 2});
+    qel_var_qsort(up.get(), -1);  // any nonzero flag is ascending
+    qel_var_qsort(down.get(), 0);
+    EXPECT_EQ(bufs(up), (std::vector<uint64_t>{1, 8, 5, 3, 6, 9, 7, 2, 0, 4})) << type;
+    EXPECT_EQ(bufs(down), (std::vector<uint64_t>{7, 2, 4, 0, 3, 9, 6, 8, 5, 1})) << type;
+    qel::var a = floats(type, forty), b = floats(type, forty);
+    qel_var_qsort(a.get(), 2);
+    qel_var_qsort(b.get(), 0);
+    EXPECT_EQ(bufs(a), up40) << type;
+    EXPECT_EQ(bufs(b), down40) << type;
+    // NaN, 3, 1 ascending gives 1, 3, NaN; 3, NaN, 1 gives NaN, 1, 3.
+    qel::var n1 = floats(type, {kNaN, 3, 1}), n2 = floats(type, {3, kNaN, 1});
+    qel_var_qsort(n1.get(), 1);
+    qel_var_qsort(n2.get(), 1);
+    EXPECT_EQ(bufs(n1), (std::vector<uint64_t>{2, 1, 0})) << type;
+    EXPECT_EQ(bufs(n2), (std::vector<uint64_t>{1, 2, 0})) << type;
+  }
+}
+
+// ---- schemas
+
+TEST(Schema, TagsNamesAndNull) {
+  qel::schema s;
+  qel_var_schema_add(s.get(), "id", 2, 70000, 0x80);  // 16-bit code, multi sign-extended in the tag
+  qel_var_schema_add(s.get(), "id", 2, 7, 0);
+  qel_var_schema_add(s.get(), "rec", 3, 0, 0);
+  uint32_t t = 9;
+  uint8_t m = 9;
+  EXPECT_EQ(qel_var_schema_find(s.get(), "id", 2, &t, &m), 0);  // the first of that name
+  EXPECT_EQ(t, 4464u);
+  EXPECT_EQ(m, 0x80);
+  const char *name = "junk";
+  int64_t len = 9;
+  EXPECT_EQ(qel_array_get_at(s.get(), 0, &name, &len), 0xFF801170u);
+  EXPECT_EQ(qel_var_schema_find(s.get(), "i", 1, &t, &m), -1);
+  EXPECT_EQ(qel_var_schema_size(s.get()), 3);
+  for (const int64_t bad : {int64_t{-1}, int64_t{3}}) {
+    qel_var_schema_get_at(s.get(), bad, &name, &len, &t, &m);
+    EXPECT_TRUE(name == nullptr && len == 0 && t == 4464 && m == 0x80);  // outputs reset, type and multi kept
+  }
+  qel_var_schema_get_at(s.get(), 2, &name, &len, &t, &m);  // a zero tag gives only the name
+  EXPECT_TRUE(std::string(name, static_cast<size_t>(len)) == "rec" && t == 4464 && m == 0x80);
+  qel_var_schema_set_at(s.get(), 1, 6, 1);
+  qel_var_schema_set_at(s.get(), 3, 9, 9);
+  qel_var_schema_get_at(s.get(), 1, &name, &len, &t, &m);
+  EXPECT_TRUE(std::string(name, static_cast<size_t>(len)) == "id" && t == 6 && m == 1);
+  EXPECT_EQ(qel_var_schema_size(s.get()), 3);
+  qel_var_schema_add(nullptr, "x", 1, 1, 0);
+  qel_var_schema_free(nullptr);
+
+  // A change affects only records made afterwards.
+  qel::var before = qel::var::make(12, 0, s);
+  qel_var_schema_add(s.get(), "late", 4, 4, 0);
+  qel::var after = qel::var::make(12, 0, s);
+  EXPECT_EQ(names(before), (std::vector<std::string>{"id", "id", "rec"}));
+  EXPECT_EQ(names(after), (std::vector<std::string>{"id", "id", "rec", "late"}));
+}
+
+// ---- construction through a resolver
+
+struct Resolver {
+  std::vector<uint32_t> calls;
+  std::vector<std::pair<uint32_t, qel_schema *>> map;
+  static qel_schema *resolve(void *context, uint32_t type) {
+    auto *self = static_cast<Resolver *>(context);
+    self->calls.push_back(type);
+    for (const auto &[code, schema] : self->map)
+      if (code == type) return schema;
+    return nullptr;
+  }
+};
+
+TEST(Construct, ResolverOrderAndSelfNesting) {
+  qel::schema a, b, self;
+  a.add("id", 4).add("tags", 7, 1).add("child", 21);
+  b.add("x", 6).add("back", 20).add("c", 8, 0xFF);
+  self.add("n", 4).add("self", 12).add("many", 12, 1);
+  Resolver r;
+  r.map = {{20, a.get()}, {21, b.get()}};
+  {
+    // Depth first in schema order; a schema already on the path gets no members.
+    qel::var v = qel::var::make(20, 0, &r, Resolver::resolve);
+    EXPECT_EQ(r.calls, (std::vector<uint32_t>{20, 4, 7, 21, 6, 20, 8}));
+    EXPECT_EQ(names(v["child"]), (std::vector<std::string>{"x", "back", "c"}));
+    EXPECT_EQ(v["child"]["back"].schema().get(), a.get());
+    EXPECT_TRUE(names(v["child"]["back"]).empty());
+    EXPECT_EQ(v["child"]["c"].multi(), -1);
+    r.calls.clear();
+    v.change(20, 0, [&](uint32_t t) { return Resolver::resolve(&r, t); });  // the same pair: nothing
+    EXPECT_TRUE(r.calls.empty());
+    qel::var arr = qel::var::make(20, 1, &r, Resolver::resolve);
+    EXPECT_EQ(r.calls, (std::vector<uint32_t>{20}));  // an array asks once and has no elements
+    EXPECT_EQ(arr.size(), 0);
+  }
+  // Without a resolver the context is the schema of every member.
+  qel::var w = qel::var::make(12, 0, self);
+  EXPECT_EQ(w["self"].schema().get(), self.get());
+  EXPECT_TRUE(names(w["self"]).empty());
+  EXPECT_EQ(w["many"].size(), 0);
+  EXPECT_EQ(w["n"].schema().get(), self.get());
+}
+
+// Hands out a fresh schema {level, next:30} for every record it is asked for.
+struct Endless {
+  std::vector<qel::schema> made;
+  static qel_schema *resolve(void *context, uint32_t type) {
+    if (type != 30) return nullptr;
+    auto &s = static_cast<Endless *>(context)->made.emplace_back();
+    s.add("level", 4).add("next", 30);
+    return s.get();
+  }
+};
+
+TEST(Construct, DepthIsBoundedForResolversThatNeverRepeat) {
+  Endless e;
+  qel::var v = qel::var::make(30, 0, &e, Endless::resolve);
+  unsigned levels = 0;
+  qel::var_cref p = v;
+  for (; p["next"]; p = p["next"]) ++levels;
+  EXPECT_EQ(levels, kMaxBuildDepth);
+  EXPECT_NE(p.schema().get(), nullptr);  // the last one has its schema, no members
+  EXPECT_EQ(e.made.size(), kMaxBuildDepth + 1);
+  // The copy of the last record is made from its schema: one level more.
+  qel::var copy = v.clone();
+  levels = 0;
+  for (qel::var_cref q = copy; q; q = q["next"]) ++levels;
+  EXPECT_EQ(levels, kMaxBuildDepth + 2);
+}
+
+// ---- a record and its own members as source and destination
+
+TEST(Aliasing, CopyAndAppendBetweenARecordAndItsMembers) {
+  qel::schema a, b;
+  a.add("id", 4).add("child", 41);
+  b.add("x", 6).add("name", 8);
+  Resolver r;
+  r.map = {{40, a.get()}, {41, b.get()}};
+  auto build = [&](int64_t id) {
+    qel::var v = qel::var::make(40, 0, &r, Resolver::resolve);
+    v["id"].set(id);
+    v["child"]["x"].set(static_cast<double>(id) + 0.5);
+    v["child"]["name"].set("n" + std::to_string(id));
+    return v;
+  };
+  {  // into a record from one of its own members: re-formed, which frees the member
+    qel::var t = build(8);
+    qel_var_copy(t.get(), t["child"].get());
+    EXPECT_EQ(t.type(), 41u);
+    EXPECT_EQ(t["x"].get<double>(), 8.5);
+    EXPECT_EQ(t["name"].get<std::string_view>(), "n8");
+  }
+  {  // into a member from the record holding it: the record as it was
+    qel::var t = build(9);
+    qel::var_ref child = t["child"];
+    qel_var_copy(child.get(), t.get());
+    EXPECT_EQ(t["child"].get(), child.get());
+    EXPECT_EQ(child["id"].get<int64_t>(), 9);
+    EXPECT_EQ(child["child"]["name"].get<std::string_view>(), "n9");
+    EXPECT_EQ(child["child"].type(), 41u);
+  }
+  {  // append of a record onto itself, into its member, and from its member
+    qel::var t = build(5);
+    qel_var_append(t.get(), t.get());
+    ASSERT_EQ(t.size(), 1);
+    EXPECT_EQ(t[0]["child"]["x"].get<double>(), 5.5);
+    qel::var u = build(6);
+    qel_var_append(u.get(), u["child"].get());
+    ASSERT_EQ(u.type(), 41u);
+    EXPECT_EQ(u[0]["x"].get<double>(), 6.5);
+    qel::var w = build(7);
+    qel::var_ref wc = w["child"];
+    qel_var_append(wc.get(), w.get());
+    ASSERT_EQ(wc.size(), 1);
+    EXPECT_EQ(wc[0]["id"].get<int64_t>(), 7);
+    EXPECT_EQ(wc[0]["child"].type(), 41u);
+  }
+  {  // the same record code: members overwritten by name from inside the tree
+    qel::var u(50), inner(50), n(4);
+    n.set(5);
+    inner.set_member("a", n);
+    u.set_member("a", inner);
+    qel_var_copy(u.get(), u["a"].get());
+    EXPECT_EQ(u["a"].type(), 4u);
+    EXPECT_EQ(u["a"].get<int64_t>(), 5);
+  }
+}
+
+// ---- the C++ layer: what the overloads accept, resolvers of every kind, order
+
+template <class V, class T>
+concept can_add = requires(V &v, const T &t) {
+  v.add(t);
+};
+template <class V, class T>
+concept can_get = requires(const V &v) {
+  v.template get<T>(0);
+};
+template <class V>
+concept can_set_through = requires(V &v) {
+  v.set(1, 2);
+};
+
+static_assert(can_add<qel::var, int> && can_add<qel::var, unsigned> && can_add<qel::var, float> &&
+              can_add<qel::var, double> && can_add<qel::var, const char *> && can_add<qel::var, char[5]> &&
+              can_add<qel::var, std::string> && can_add<qel::var, std::string_view>);
+static_assert(!can_add<qel::var, bool> && !can_add<qel::var, char> && !can_add<qel::var, long double> &&
+              !can_add<qel::var, std::nullptr_t> && !can_add<qel::var, qel::var>);
+static_assert(can_get<qel::var, int64_t> && can_get<qel::var, uint32_t> && can_get<qel::var, std::string_view>);
+static_assert(!can_get<qel::var, bool> && !can_get<qel::var, std::string> && !can_get<qel::var, char>);
+static_assert(can_set_through<qel::var_ref> && !can_set_through<qel::var_cref> && !can_set_through<const qel::var>);
+static_assert(std::same_as<decltype(std::declval<const qel::var &>()["x"]), qel::var_cref>);
+static_assert(std::same_as<decltype(std::declval<qel::var &>()[0]), qel::var_ref>);
+static_assert(!std::is_copy_constructible_v<qel::var> && std::is_nothrow_move_assignable_v<qel::var>);
+static_assert(!std::is_copy_constructible_v<qel::xvar> && !std::is_copy_constructible_v<qel::xvars>);
+static_assert(sizeof(qel::var) == sizeof(void *) && std::is_trivially_copyable_v<qel::var_ref>);
+static_assert(std::ranges::random_access_range<decltype(std::declval<qel::var &>().values<double>())>);
+static_assert(std::ranges::forward_range<decltype(std::declval<qel::var &>().members())>);
+
+TEST(Cpp, OwnersMoveReleaseAndClone) {
+  qel::var a(qel::code::i64);
+  a.set(5);
+  qel::var b = std::move(a);
+  EXPECT_FALSE(a);
+  EXPECT_EQ(b.get<int64_t>(), 5);
+  qel_var *raw = b.release();
+  EXPECT_FALSE(b);
+  qel::var c = qel::var::adopt(raw);
+  qel::var d = c.clone();
+  c.set(6);
+  EXPECT_EQ(d.get<int64_t>(), 5);
+  qel::xvar x(qel::xcode::f64, qel::form::multi);
+  x.add_all({1.0, 2.0});
+  qel::xvars xs(qel::xcode::f64, qel::form::multi);
+  xs.add_var(x);
+  qel::xvar y(qel::xcode::f64, qel::form::multi);
+  xs.fetch(0, y);
+  EXPECT_EQ(y.get<double>(1), 2.0);
+  std::vector<double> vals;
+  for (double v : y.values<double>()) vals.push_back(v);
+  EXPECT_EQ(vals, (std::vector<double>{1.0, 2.0}));
+}
+
+TEST(Cpp, ResolversOfEveryKind) {
+  qel::schema s;
+  s.add("v", 4);
+  auto counting = [&s, calls = 0](uint32_t) mutable -> const qel::schema & {
+    ++calls;
+    return s;
+  };
+  EXPECT_TRUE(qel::var::make(12, 0, counting)["v"]);
+  struct probe {
+    int calls = 0;
+    qel_schema *operator()(uint32_t) {
+      ++calls;
+      return nullptr;
+    }
+  };
+  probe p;
+  qel::var z = qel::var::make(4, 0, p);
+  EXPECT_EQ(p.calls, 1);  // the caller's object itself was called
+  struct by_table {
+    const qel::schema *for12;
+    const qel::schema *operator()(uint32_t code) const { return code == 12 ? for12 : nullptr; }
+  };
+  const by_table table{&s};
+  EXPECT_EQ(qel::var::make(12, 0, table).schema().get(), s.get());
+  static qel_schema *stored = nullptr;
+  stored = s.get();
+  qel_schema *(*fn)(uint32_t) = [](uint32_t t) -> qel_schema * { return t == 12 ? stored : nullptr; };
+  EXPECT_TRUE(qel::var::make(12, 0, fn)["v"]);
+  qel::var e = qel::var::make(12, qel::form::multi, table);
+  EXPECT_EQ(e.add_new().schema().get(), s.get());  // an array keeps the schema for its elements
+  int calls = 0;
+  qel::var v(qel::code::f32);
+  v.set_buf(3);
+  v.change(40, 0, [&](uint32_t t) -> qel_schema * { return ++calls, t == 40 ? s.get() : nullptr; });
+  EXPECT_EQ(calls, 2);  // the record, then its member
+  EXPECT_EQ(v.get_buf(), 0u);
+}
+
+TEST(Cpp, OrderFollowsTheLibrarysComparison) {
+  qel::var a(qel::code::i64), b(qel::code::i64), d(qel::code::f64), arr(qel::code::i64, qel::form::multi);
+  a.set(-1);
+  b.set(1);
+  EXPECT_EQ(a <=> b, std::weak_ordering::greater);  // 64-bit integers compare unsigned
+  b.set(-1);
+  EXPECT_TRUE(a == b && !(a != b));
+  EXPECT_TRUE(a < d && a < arr);  // code before value, single before array
+  qel::var nan(qel::code::f32), one(qel::code::f32);
+  nan.set(std::nanf(""));
+  one.set(1.0f);
+  EXPECT_EQ(nan <=> one, std::weak_ordering::equivalent);
+  qel::var x(qel::code::f64, qel::form::multi), y(qel::code::f64, qel::form::multi);
+  x.add_all({1.0, 2.0});
+  y.add_all({1.0, 2.0, 0.0});
+  EXPECT_TRUE(x < y);  // a prefix orders first
+  x.add(5.0);
+  EXPECT_TRUE(x > y);
+}
+
+}  // namespace
