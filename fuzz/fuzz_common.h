@@ -93,40 +93,18 @@ inline uint32_t pick_u32(Reader &r) {
 }
 
 inline int64_t pick_i64(Reader &r) {
-  static const int64_t kSpecial[] = {0,
-                                     1,
-                                     -1,
-                                     INT64_MAX,
-                                     INT64_MIN,
-                                     0xFFFFFFFFll,
-                                     0x100000000ll,
-                                     0x3FF0000000000000ll,
-                                     0x7FF8000000000000ll,
-                                     9007199254740993ll};
+  static const int64_t kSpecial[] = {
+      0, 1, -1, INT64_MAX, INT64_MIN, 0xFFFFFFFF, 1ll << 32, 0x3FF0ll << 48, 0x7FF8ll << 48, (1ll << 53) + 1};
   const uint8_t sel = r.u8();
   if (sel < 150) return static_cast<int64_t>(sel % 8u) - 2;
   return sel < 220 ? kSpecial[sel % 10] : static_cast<int64_t>(r.u64());
 }
 
 inline double pick_double(Reader &r) {
-  static const double kSpecial[] = {0.0,
-                                    -0.0,
-                                    0.5,
-                                    -2.75,
-                                    2.9,
-                                    -2.9,
-                                    0.1,
-                                    1e300,
-                                    -1e300,
-                                    4294967295.0,
-                                    4294967296.0,
-                                    9223372036854775808.0,
-                                    -9223372036854775808.0,
-                                    3.4028235677973366e38,
-                                    std::numeric_limits<double>::infinity(),
-                                    -std::numeric_limits<double>::infinity(),
-                                    std::numeric_limits<double>::quiet_NaN(),
-                                    std::numeric_limits<double>::denorm_min()};
+  constexpr double inf = std::numeric_limits<double>::infinity(), nan = std::numeric_limits<double>::quiet_NaN();
+  static const double kSpecial[] = {0.0,     -0.0,           0.5,    -2.75,        2.9,    -2.9,
+                                    0.1,     1e300,          -1e300, 4294967295.0, 0x1p32, 0x1p63,
+                                    -0x1p63, 0x1.ffffffp127, inf,    -inf,         nan,    0x1p-1074};
   const uint8_t sel = r.u8();
   if (sel < 120) return static_cast<double>(static_cast<int>(sel % 8u) - 3);
   return sel < 220 ? kSpecial[sel % 18] : std::bit_cast<double>(r.u64());
