@@ -35,91 +35,59 @@ constexpr int64_t kMaxCount = 1024;
 
 uint64_t pick_buf(Reader &r) { return r.u8() < 200 ? r.u8() % 4u : r.u64(); }
 
-// The calls of each value array kind; `core` picks the shared inline core
-// where it has the operation.
+// The calls of each array kind; `core` picks the shared inline core where it
+// has the operation.
+#define FZ_ARRAY_CALLS(P)                                                      \
+  using A = qel_##P;                                                           \
+  static constexpr const char *name = "qel_" #P;                               \
+  static void init(A *a) { qel_##P##_init(a, 0); }                             \
+  static void term(A *a) { qel_##P##_term(a); }                                \
+  static void append_array(A *d, const A *s) { qel_##P##_append_array(d, s); } \
+  static void clone(const A *s, A *d) { qel_##P##_clone(s, 0, d, 0, 0); }      \
+  static void expand(A *a, int64_t n) { qel_##P##_expand(a, n); }              \
+  static void remove_all(A *a) { qel_##P##_remove_all(a); }                    \
+  static void qsort(A *a, int f) { qel_##P##_qsort(a, f); }
+
+#define FZ_VALUE_CALLS(P, V)                                                            \
+  static void append(A *a, uint64_t v, uint64_t b, bool core) {                         \
+    core ? qel_detail::append(a, V(v), b) : qel_##P##_append(a, V(v), b);               \
+  }                                                                                     \
+  static int get_at(const A *a, int64_t i, uint64_t *o, bool core) {                    \
+    V x = 0x5A5A5A5A;                                                                   \
+    const int ret = core ? qel_detail::get_at(a, i, &x) : qel_##P##_get_at(a, i, &x);   \
+    *o = static_cast<uint64_t>(x);                                                      \
+    return ret;                                                                         \
+  }                                                                                     \
+  static void set_at(A *a, int64_t i, uint64_t v, uint64_t b, bool core) {              \
+    core ? qel_detail::set_at(a, i, V(v), b) : qel_##P##_set_at(a, i, V(v), b);         \
+  }                                                                                     \
+  static int64_t find(const A *a, uint64_t v) { return qel_##P##_find_index(a, V(v)); } \
+  static int64_t bfind(const A *a, uint64_t v, bool core) {                             \
+    return core ? qel_detail::bfind_index(a, V(v)) : qel_##P##_bfind_index(a, V(v));    \
+  }                                                                                     \
+  static auto *insert(A *a, uint64_t v, bool core) {                                    \
+    return core ? qel_detail::entry_insert(a, V(v)) : qel_##P##_entry_insert(a, V(v));  \
+  }
+
 struct D {
-  using A = qel_arrayd;
+  FZ_ARRAY_CALLS(arrayd)
+  FZ_VALUE_CALLS(arrayd, uint32_t)
   static constexpr Num k = Num::u32;
-  static constexpr const char *name = "qel_arrayd";
   static uint64_t pick(Reader &r) { return fz::pick_u32(r); }
-  static void init(A *a) { qel_arrayd_init(a, 0); }
-  static void term(A *a) { qel_arrayd_term(a); }
-  static void append(A *a, uint64_t v, uint64_t b, bool core) {
-    core ? qel_detail::append(a, static_cast<uint32_t>(v), b) : qel_arrayd_append(a, static_cast<uint32_t>(v), b);
-  }
-  static void append_array(A *d, const A *s) { qel_arrayd_append_array(d, s); }
-  static void clone(const A *s, A *d) { qel_arrayd_clone(s, 0, d, 0, 0); }
-  static void expand(A *a, int64_t n) { qel_arrayd_expand(a, n); }
-  static void remove_all(A *a) { qel_arrayd_remove_all(a); }
-  static int get_at(const A *a, int64_t i, uint64_t *o, bool core) {
-    uint32_t v = 0x5A5A5A5A;
-    const int ret = core ? qel_detail::get_at(a, i, &v) : qel_arrayd_get_at(a, i, &v);
-    *o = v;
-    return ret;
-  }
-  static void set_at(A *a, int64_t i, uint64_t v, uint64_t b, bool core) {
-    core ? qel_detail::set_at(a, i, static_cast<uint32_t>(v), b) : qel_arrayd_set_at(a, i, static_cast<uint32_t>(v), b);
-  }
-  static int64_t find(const A *a, uint64_t v) { return qel_arrayd_find_index(a, static_cast<uint32_t>(v)); }
-  static int64_t bfind(const A *a, uint64_t v, bool core) {
-    return core ? qel_detail::bfind_index(a, static_cast<uint32_t>(v))
-                : qel_arrayd_bfind_index(a, static_cast<uint32_t>(v));
-  }
-  static qel_arrayd_entry *insert(A *a, uint64_t v, bool core) {
-    return core ? qel_detail::entry_insert(a, static_cast<uint32_t>(v))
-                : qel_arrayd_entry_insert(a, static_cast<uint32_t>(v));
-  }
-  static void qsort(A *a, int f) { qel_arrayd_qsort(a, f); }
   static bool less(const Slot &x, const Slot &y) { return x.v < y.v; }
 };
 
 struct X {
-  using A = qel_arrayx;
+  FZ_ARRAY_CALLS(arrayx)
+  FZ_VALUE_CALLS(arrayx, int64_t)
   static constexpr Num k = Num::i64;
-  static constexpr const char *name = "qel_arrayx";
   static uint64_t pick(Reader &r) { return static_cast<uint64_t>(fz::pick_i64(r)); }
-  static void init(A *a) { qel_arrayx_init(a, 0); }
-  static void term(A *a) { qel_arrayx_term(a); }
-  static void append(A *a, uint64_t v, uint64_t b, bool core) {
-    core ? qel_detail::append(a, static_cast<int64_t>(v), b) : qel_arrayx_append(a, static_cast<int64_t>(v), b);
-  }
-  static void append_array(A *d, const A *s) { qel_arrayx_append_array(d, s); }
-  static void clone(const A *s, A *d) { qel_arrayx_clone(s, 0, d, 0, 0); }
-  static void expand(A *a, int64_t n) { qel_arrayx_expand(a, n); }
-  static void remove_all(A *a) { qel_arrayx_remove_all(a); }
-  static int get_at(const A *a, int64_t i, uint64_t *o, bool core) {
-    int64_t v = 0x5A5A5A5A;
-    const int ret = core ? qel_detail::get_at(a, i, &v) : qel_arrayx_get_at(a, i, &v);
-    *o = static_cast<uint64_t>(v);
-    return ret;
-  }
-  static void set_at(A *a, int64_t i, uint64_t v, uint64_t b, bool core) {
-    core ? qel_detail::set_at(a, i, static_cast<int64_t>(v), b) : qel_arrayx_set_at(a, i, static_cast<int64_t>(v), b);
-  }
-  static int64_t find(const A *a, uint64_t v) { return qel_arrayx_find_index(a, static_cast<int64_t>(v)); }
-  static int64_t bfind(const A *a, uint64_t v, bool core) {
-    return core ? qel_detail::bfind_index(a, static_cast<int64_t>(v))
-                : qel_arrayx_bfind_index(a, static_cast<int64_t>(v));
-  }
-  static qel_arrayx_entry *insert(A *a, uint64_t v, bool core) {
-    return core ? qel_detail::entry_insert(a, static_cast<int64_t>(v))
-                : qel_arrayx_entry_insert(a, static_cast<int64_t>(v));
-  }
-  static void qsort(A *a, int f) { qel_arrayx_qsort(a, f); }
   static bool less(const Slot &x, const Slot &y) { return static_cast<int64_t>(x.v) < static_cast<int64_t>(y.v); }
 };
 
 struct S {
-  using A = qel_array;
+  FZ_ARRAY_CALLS(array)
   static constexpr Num k = Num::none;
-  static constexpr const char *name = "qel_array";
-  static void init(A *a) { qel_array_init(a, 0); }
-  static void term(A *a) { qel_array_term(a); }
-  static void append_array(A *d, const A *s) { qel_array_append_array(d, s); }
-  static void clone(const A *s, A *d) { qel_array_clone(s, 0, d, 0, 0); }
-  static void expand(A *a, int64_t n) { qel_array_expand(a, n); }
-  static void remove_all(A *a) { qel_array_remove_all(a); }
-  static void qsort(A *a, int f) { qel_array_qsort(a, f); }
   static bool less(const Slot &x, const Slot &y) { return fz::bytes_order(x.s, y.s) < 0; }
 };
 
@@ -307,7 +275,19 @@ void array_op(Reader &r, Model<T> &x, Model<T> &other) {
       a.count = n;
       break;
     }
-    case 14: {  // direct write of an entry's buf below the capacity (tag for strings)
+    case 14: {  // direct write of an entry's buf below the capacity; strings: update_at of the tag, any index
+      if constexpr (str) {
+        if (r.flag()) {
+          const int64_t i = fz::pick_index(r, m.count);
+          const uint32_t tag = r.u32();
+          qel_array_update_at(&a, i, tag);
+          if (i < 0 || i >= m.count) break;
+          FZ_CHECK(static_cast<uint32_t>(a.entries[i].buf) == tag, "qel_array: update_at(%lld) left another tag",
+                   (long long)i);
+          m.at(i).buf = a.entries[i].buf;  // the upper half is not specified
+          break;
+        }
+      }
       if (a.capacity == 0) return;
       const int64_t i = r.u16() % a.capacity;
       const uint64_t b = pick_buf(r);
