@@ -190,7 +190,7 @@ int64_t pool_capacity(int64_t needed, int64_t n) {
 bool relocate(qel_array *a, int64_t index, const char *bytes, int64_t length) {
   const int64_t n = in_use(a);
   const int64_t used = used_bytes(&a->pool);
-  if (used + length > a->pool.capacity) {
+  if (used + length > a->pool.capacity || length > qel_detail::kPoolLimit - used) {  // no room, or past 4 GiB
     const int64_t live = live_bytes(a, n, index);
     if (2 * live < used && live + length <= qel_detail::kPoolLimit) {
       compact(a, n, index, pool_capacity(live + length, n));
