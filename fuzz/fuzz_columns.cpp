@@ -83,23 +83,21 @@ struct XModel {
     FZ_CHECK(p->type == type && p->multi == multi && x.type() == type && x.multi() == static_cast<int8_t>(multi),
              "xvar: type/multi %u/%u, model %u/%u", p->type, p->multi, type, multi);
     if (!arr()) {
-      FZ_CHECK(x.size() == 0 && p->data.single.buf == buf, "xvar: size %lld buf %llx, model buf %llx",
-               (long long)x.size(), (unsigned long long)p->data.single.buf, (unsigned long long)buf);
+      FZ_CHECK(x.size() == 0 && p->data.single.buf == buf, "xvar: size %ld buf %lx, model buf %lx", x.size(),
+               p->data.single.buf, buf);
       if (strings()) {
         const qel_string &s = p->data.single.value.string;
         FZ_CHECK(std::string_view(s.bytes ? s.bytes : "", static_cast<size_t>(s.length)) == str,
-                 "xvar: string of %lld bytes, model %zu", (long long)s.length, str.size());
+                 "xvar: string of %ld bytes, model %zu", s.length, str.size());
       } else if (storage()) {
         const uint64_t got =
             k() == Num::u32 || k() == Num::f32 ? p->data.single.value.bits32 : p->data.single.value.bits64;
-        FZ_CHECK(fz::same_value(k(), got, num), "xvar: value %llx, model %llx", (unsigned long long)got,
-                 (unsigned long long)num);
+        FZ_CHECK(fz::same_value(k(), got, num), "xvar: value %lx, model %lx", got, num);
         num = got;
       }
       return;
     }
-    FZ_CHECK(x.size() == (storage() ? a.count : 0), "xvar: size %lld, model %lld", (long long)x.size(),
-             (long long)a.count);
+    FZ_CHECK(x.size() == (storage() ? a.count : 0), "xvar: size %ld, model %ld", x.size(), a.count);
     if (storage()) with_array([&](auto &arr) { fz::check_array(arr, a, k(), "xvar"); });
   }
 };
@@ -124,17 +122,16 @@ struct SModel {
     const qel_xvars *p = xs.get();
     FZ_CHECK(p->type == type && p->multi == multi && xs.type() == type && xs.multi() == static_cast<int8_t>(multi) &&
                  xs.size() == static_cast<int64_t>(entries.size()),
-             "xvars: type/multi %u/%u size %lld, model %u/%u %zu", p->type, p->multi, (long long)xs.size(), type, multi,
+             "xvars: type/multi %u/%u size %ld, model %u/%u %zu", p->type, p->multi, xs.size(), type, multi,
              entries.size());
     if (type < 1 || type > 5) return;
-    FZ_CHECK(p->index.count == static_cast<int64_t>(entries.size()), "xvars: index count %lld",
-             (long long)p->index.count);
+    FZ_CHECK(p->index.count == static_cast<int64_t>(entries.size()), "xvars: index count %ld", p->index.count);
     int64_t start = 0;
     for (size_t e = 0; e < entries.size(); ++e) {
       FZ_CHECK(
           p->index.entries[e].value == static_cast<uint32_t>(start) && p->index.entries[e].buf == entries[e].size(),
-          "xvars: index entry %zu is (%u, %llu), model (%lld, %zu)", e, p->index.entries[e].value,
-          (unsigned long long)p->index.entries[e].buf, (long long)start, entries[e].size());
+          "xvars: index entry %zu is (%u, %lu), model (%ld, %zu)", e, p->index.entries[e].value,
+          p->index.entries[e].buf, start, entries[e].size());
       FZ_CHECK(xs.entry_size(static_cast<int64_t>(e)) == (arr() ? static_cast<int64_t>(entries[e].size()) : 0),
                "xvars: get_size(%zu)", e);
       for (size_t i = 0; i < entries[e].size(); ++i, ++start) {
@@ -147,7 +144,7 @@ struct SModel {
     const int64_t n = type == 5                            ? p->data.array.count
                       : k() == Num::u32 || k() == Num::f32 ? p->data.arrayd.count
                                                            : p->data.arrayx.count;
-    FZ_CHECK(n == start, "xvars: %lld values, model %lld", (long long)n, (long long)start);
+    FZ_CHECK(n == start, "xvars: %ld values, model %ld", n, start);
   }
 
   // The value addressed by (entry, pos) as the accessors resolve it.
@@ -200,7 +197,7 @@ void x_op(Reader &r, World &w, XModel &m) {
   const uint8_t code = r.u8() % 14;
   const bool cpp = r.flag();
   qel_xvar *x = m.x.get();
-  FZ_TRACE("xvar %p (type %u multi %u count %lld): op %u%s", (void *)&m, m.type, m.multi, (long long)m.a.count, code,
+  FZ_TRACE("xvar %p (type %u multi %u count %ld): op %u%s", (void *)&m, m.type, m.multi, m.a.count, code,
            cpp ? " (C++)" : "");
   switch (code) {
     case 0:  // free and new
@@ -259,7 +256,7 @@ void x_op(Reader &r, World &w, XModel &m) {
       if (!applies) break;
       int64_t at = m.a.lowest(n.bits(m.k()), {}, false);
       if (at < 0) m.a.push(n.bits(m.k()), {}, 0), at = m.a.count - 1;
-      FZ_CHECK(bp == m.buf_at(at), "xvar: add_x did not give the caller value of entry %lld", (long long)at);
+      FZ_CHECK(bp == m.buf_at(at), "xvar: add_x did not give the caller value of entry %ld", at);
       if (r.flag()) *bp = m.a.at(at).buf = r.u8();
       break;
     }
@@ -306,7 +303,7 @@ void x_op(Reader &r, World &w, XModel &m) {
       if (!applies) break;
       int64_t at = m.a.lowest(0, t.value, true);
       if (at < 0) m.a.push(0, t.value, 0), at = m.a.count - 1;
-      FZ_CHECK(bp == m.buf_at(at), "xvar: add_string_x did not give the caller value of entry %lld", (long long)at);
+      FZ_CHECK(bp == m.buf_at(at), "xvar: add_string_x did not give the caller value of entry %ld", at);
       if (r.flag()) *bp = m.a.at(at).buf = r.u8();
       break;
     }
@@ -326,12 +323,12 @@ void x_op(Reader &r, World &w, XModel &m) {
       qel_xvar_get_string(x, i, &p, &len);
       const std::string_view v = m.x.get<std::string_view>(i);
       if (!m.strings() || (m.arr() && (i < 0 || i >= m.a.count))) {
-        FZ_CHECK(p == nullptr && len == 0 && v.empty(), "xvar: get_string(%lld) of type %u gave %p/%lld", (long long)i,
-                 m.type, (const void *)p, (long long)len);
+        FZ_CHECK(p == nullptr && len == 0 && v.empty(), "xvar: get_string(%ld) of type %u gave %p/%ld", i, m.type,
+                 (const void *)p, len);
       } else {
         const std::string &want = m.arr() ? m.a.at(i).s : m.str;
         FZ_CHECK(std::string_view(p ? p : "", static_cast<size_t>(len)) == want && v == want,
-                 "xvar: get_string(%lld) differs", (long long)i);
+                 "xvar: get_string(%ld) differs", i);
       }
       return;
     }
@@ -343,20 +340,18 @@ void x_op(Reader &r, World &w, XModel &m) {
       const uint64_t got = cpp ? m.x.get_buf(i) : qel_xvar_get_buf(x, i);
       if (!m.arr()) {
         if (set) m.buf = v;
-        FZ_CHECK(got == m.buf, "xvar: get_buf gave %llx, model %llx", (unsigned long long)got,
-                 (unsigned long long)m.buf);
+        FZ_CHECK(got == m.buf, "xvar: get_buf gave %lx, model %lx", got, m.buf);
         break;
       }
       if (i < 0) i = m.a.count - 1;
       if (!m.storage() || i < 0 || i >= m.a.cap) {
-        FZ_CHECK(got == 0, "xvar: get_buf(%lld) outside the capacity gave %llx", (long long)i, (unsigned long long)got);
+        FZ_CHECK(got == 0, "xvar: get_buf(%ld) outside the capacity gave %lx", i, got);
         break;
       }
       Slot &s = m.a.at(i);
       if (set && s.st == St::zero) s = Slot{St::known, 0, {}, v};
       if (set) s.buf = v;
-      FZ_CHECK(s.st == St::unknown || got == s.buf, "xvar: get_buf(%lld) gave %llx, model %llx", (long long)i,
-               (unsigned long long)got, (unsigned long long)s.buf);
+      FZ_CHECK(s.st == St::unknown || got == s.buf, "xvar: get_buf(%ld) gave %lx, model %lx", i, got, s.buf);
       break;
     }
   }
@@ -413,17 +408,16 @@ void s_op(Reader &r, World &w, SModel &m) {
           x.str = e[0].s;
         } else {
           const int64_t n = static_cast<int64_t>(e.size());
-          FZ_CHECK(x.cap() >= n, "fetch: capacity %lld below %lld", (long long)x.cap(), (long long)n);
+          FZ_CHECK(x.cap() >= n, "fetch: capacity %ld below %ld", x.cap(), n);
           x.a.slots.resize(std::max(x.a.slots.size(), e.size()));
           std::copy(e.begin(), e.end(), x.a.slots.begin());
           x.a.count = n;
           x.a.forget_above();
           for (int64_t i = 0; i < n && x.strings(); pool0 += static_cast<int64_t>(e[static_cast<size_t>(i++)].s.size()))
             FZ_CHECK(x.x.get()->data.array.entries[i].offset == static_cast<uint32_t>(pool0),
-                     "fetch: string %lld not placed behind the pool", (long long)i);
+                     "fetch: string %ld not placed behind the pool", i);
           FZ_CHECK(!x.strings() || x.x.get()->data.array.pool.length == pool0,
-                   "fetch: pool holds %lld bytes, expected %lld", (long long)x.x.get()->data.array.pool.length,
-                   (long long)pool0);
+                   "fetch: pool holds %ld bytes, expected %ld", x.x.get()->data.array.pool.length, pool0);
         }
       }
       x.check();
@@ -495,8 +489,7 @@ void s_op(Reader &r, World &w, SModel &m) {
       FZ_CHECK(v ? std::string_view(p ? p : "", static_cast<size_t>(len)) == v->s &&
                        m.xs.get<std::string_view>(entry, pos) == v->s
                  : p == nullptr && len == 0,
-               "xvars: get_string(%lld, %lld) gave %p/%lld", (long long)entry, (long long)pos, (const void *)p,
-               (long long)len);
+               "xvars: get_string(%ld, %ld) gave %p/%ld", entry, pos, (const void *)p, len);
       return;
     }
     default: {  // set_buf / get_buf by entry and position
@@ -511,8 +504,7 @@ void s_op(Reader &r, World &w, SModel &m) {
         if (p >= 0 && p < static_cast<int64_t>(e.size())) target = &e[static_cast<size_t>(p)];
       }
       if (target && set) target->buf = v;
-      FZ_CHECK(got == (target ? target->buf : 0), "xvars: get_buf(%lld, %lld) gave %llx", (long long)entry,
-               (long long)pos, (unsigned long long)got);
+      FZ_CHECK(got == (target ? target->buf : 0), "xvars: get_buf(%ld, %ld) gave %lx", entry, pos, got);
       break;
     }
   }

@@ -229,8 +229,8 @@ inline Number pick_number(Reader &r) {
 
 // The four readers of a stored value against the reference (k none: all 0).
 inline void check_reads(Num k, uint64_t bits, int64_t gi, int64_t gl, float gf, double gd, const char *where) {
-  FZ_CHECK(gi == read_int(k, bits) && gl == gi, "%s: integer/long reads %lld/%lld, model %lld", where, (long long)gi,
-           (long long)gl, (long long)read_int(k, bits));
+  FZ_CHECK(gi == read_int(k, bits) && gl == gi, "%s: integer/long reads %ld/%ld, model %ld", where, gi, gl,
+           read_int(k, bits));
   FZ_CHECK(same_float(gf, read_float(k, bits)), "%s: float read %a, model %a", where, (double)gf,
            (double)read_float(k, bits));
   FZ_CHECK(same_double(gd, read_double(k, bits)), "%s: double read %a, model %a", where, gd, read_double(k, bits));
@@ -293,8 +293,7 @@ inline Slot entry(const qel_arrayx &a, int64_t i) {
 }
 inline Slot entry(const qel_array &a, int64_t i) {
   const qel_array_entry &e = a.entries[i];
-  FZ_CHECK(static_cast<int64_t>(e.offset) + e.length <= a.pool.length, "string entry %lld outside the pool",
-           (long long)i);
+  FZ_CHECK(static_cast<int64_t>(e.offset) + e.length <= a.pool.length, "string entry %ld outside the pool", i);
   return Slot{St::known, e.offset, std::string(a.pool.bytes ? a.pool.bytes + e.offset : "", e.length), e.buf};
 }
 
@@ -308,8 +307,8 @@ inline bool same_slot(Num k, const Slot &want, const Slot &got) {
 // are forgotten.
 template <class A>
 void check_array(const A &a, Arr &m, Num k, const char *where) {
-  FZ_CHECK(a.count == m.count && a.capacity >= a.count, "%s: count %lld capacity %lld, model count %lld", where,
-           (long long)a.count, (long long)a.capacity, (long long)m.count);
+  FZ_CHECK(a.count == m.count && a.capacity >= a.count, "%s: count %ld capacity %ld, model count %ld", where, a.count,
+           a.capacity, m.count);
   if (a.capacity > m.cap) {
     m.slots.resize(std::max(m.slots.size(), static_cast<size_t>(a.capacity)));
     for (int64_t i = std::max(m.count, m.cap); i < a.capacity; ++i) m.at(i) = Slot{};
@@ -322,14 +321,13 @@ void check_array(const A &a, Arr &m, Num k, const char *where) {
     Slot &s = m.at(i);
     if (i < m.count) {
       const Slot got = entry(a, i);
-      FZ_CHECK(same_slot(k, s, got), "%s[%lld]: %llx/%zu bytes/buf %llx, model %llx/%zu bytes/buf %llx", where,
-               (long long)i, (unsigned long long)got.v, got.s.size(), (unsigned long long)got.buf,
-               (unsigned long long)s.v, s.s.size(), (unsigned long long)s.buf);
+      FZ_CHECK(same_slot(k, s, got), "%s[%ld]: %lx/%zu bytes/buf %lx, model %lx/%zu bytes/buf %lx", where, i, got.v,
+               got.s.size(), got.buf, s.v, s.s.size(), s.buf);
       if (k != Num::none) s.v = got.v;  // NaN payloads as stored
     } else if (s.st == St::zero) {
       const Slot got = entry(a, i);
-      FZ_CHECK(got.v == 0 && got.s.empty() && got.buf == 0, "%s[%lld]: entry above the count %lld not zero", where,
-               (long long)i, (long long)m.count);
+      FZ_CHECK(got.v == 0 && got.s.empty() && got.buf == 0, "%s[%ld]: entry above the count %ld not zero", where, i,
+               m.count);
     }
   }
 }
@@ -341,9 +339,9 @@ void expose(const A &a, Arr &m, Num k, int64_t n, const char *where) {
   for (int64_t i = m.count; i < n; ++i) {
     Slot got = entry(a, i);
     if (m.at(i).st == St::zero)
-      FZ_CHECK(got.v == 0 && got.s.empty() && got.buf == 0, "%s: exposed entry %lld not zero", where, (long long)i);
+      FZ_CHECK(got.v == 0 && got.s.empty() && got.buf == 0, "%s: exposed entry %ld not zero", where, i);
     if (m.at(i).st == St::known)
-      FZ_CHECK(same_slot(k, m.at(i), got), "%s: exposed entry %lld changed above the count", where, (long long)i);
+      FZ_CHECK(same_slot(k, m.at(i), got), "%s: exposed entry %ld changed above the count", where, i);
     if (k == Num::none) got.v = 0;
     m.at(i) = got;
   }

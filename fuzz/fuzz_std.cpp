@@ -122,8 +122,8 @@ void array_op(Reader &r, Model<T> &x, Model<T> &other) {
   Arr &m = x.m;
   const bool core = r.flag();
   const unsigned sub = r.pick(16);
-  FZ_TRACE("%s %p: op %u%s (count %lld, capacity %lld)", T::name, (void *)&x, sub, core ? " (core)" : "",
-           (long long)m.count, (long long)a.capacity);
+  FZ_TRACE("%s %p: op %u%s (count %ld, capacity %ld)", T::name, (void *)&x, sub, core ? " (core)" : "", m.count,
+           a.capacity);
   // The value of an append, set, insert or search: often one already held.
   auto value = [&](fz::Text &t) -> uint64_t {
     if constexpr (str) {
@@ -165,7 +165,7 @@ void array_op(Reader &r, Model<T> &x, Model<T> &other) {
     case 4: {  // expand
       const int64_t n = static_cast<int64_t>(r.u16() % (kMaxCount + 1)) - (r.flag() ? 8 : 0);
       T::expand(&a, n);
-      FZ_CHECK(a.capacity >= n, "%s: expand(%lld) left capacity %lld", T::name, (long long)n, (long long)a.capacity);
+      FZ_CHECK(a.capacity >= n, "%s: expand(%ld) left capacity %ld", T::name, n, a.capacity);
       break;
     }
     case 5: {  // remove_all, or term and init
@@ -192,12 +192,11 @@ void array_op(Reader &r, Model<T> &x, Model<T> &other) {
         const Slot want = in ? m.at(i) : Slot{};
         FZ_CHECK(std::string(p ? p : "", static_cast<size_t>(len)) == want.s &&
                      tag == static_cast<uint32_t>(want.buf) && (in || p == nullptr),
-                 "qel_array: get_at(%lld) gave %lld bytes, tag %u", (long long)i, (long long)len, tag);
+                 "qel_array: get_at(%ld) gave %ld bytes, tag %u", i, len, tag);
       } else {
         uint64_t out = 0;
         const int ret = T::get_at(&a, i, &out, core);
-        FZ_CHECK(ret == in && out == (in ? m.at(i).v : 0), "%s: get_at(%lld) gave %llx, ret %d", T::name, (long long)i,
-                 (unsigned long long)out, ret);
+        FZ_CHECK(ret == in && out == (in ? m.at(i).v : 0), "%s: get_at(%ld) gave %lx, ret %d", T::name, i, out, ret);
       }
       break;
     }
@@ -222,11 +221,11 @@ void array_op(Reader &r, Model<T> &x, Model<T> &other) {
         got = T::find(&a, v);
         bgot = T::bfind(&a, v, core);
       }
-      FZ_CHECK(got == want, "%s: find_index gave %lld, lowest is %lld", T::name, (long long)got, (long long)want);
-      FZ_CHECK(
-          m.sorted ? bgot == want
+      FZ_CHECK(got == want, "%s: find_index gave %ld, lowest is %ld", T::name, got, want);
+      FZ_CHECK(m.sorted
+                   ? bgot == want
                    : bgot == -1 || (bgot >= 0 && bgot < m.count && (str ? m.at(bgot).s == t.value : m.at(bgot).v == v)),
-          "%s: bfind_index gave %lld, lowest is %lld (sorted %d)", T::name, (long long)bgot, (long long)want, m.sorted);
+               "%s: bfind_index gave %ld, lowest is %ld (sorted %d)", T::name, bgot, want, m.sorted);
       return;
     }
     case 10:
@@ -241,8 +240,7 @@ void array_op(Reader &r, Model<T> &x, Model<T> &other) {
         m.push(v, t.value, 0);
         at = m.count - 1;
       }
-      FZ_CHECK(e == a.entries + at, "%s: entry_insert gave entry %lld, expected %lld", T::name,
-               (long long)(e - a.entries), (long long)at);
+      FZ_CHECK(e == a.entries + at, "%s: entry_insert gave entry %ld, expected %ld", T::name, (e - a.entries), at);
       if (r.flag()) e->buf = m.at(at).buf = pick_buf(r);
       break;
     }
@@ -254,7 +252,7 @@ void array_op(Reader &r, Model<T> &x, Model<T> &other) {
         Slot s = fz::entry(a, i);
         if (str) s.v = 0;
         FZ_CHECK(i == 0 || !(flag ? T::less(s, got.back()) : T::less(got.back(), s)),
-                 "%s: qsort(%d) out of order at %lld", T::name, flag, (long long)i);
+                 "%s: qsort(%d) out of order at %ld", T::name, flag, i);
         got.push_back(s);
       }
       auto key = [](const Slot &s) { return std::make_tuple(s.v, s.s, s.buf); };
@@ -282,8 +280,7 @@ void array_op(Reader &r, Model<T> &x, Model<T> &other) {
           const uint32_t tag = r.u32();
           qel_array_update_at(&a, i, tag);
           if (i < 0 || i >= m.count) break;
-          FZ_CHECK(static_cast<uint32_t>(a.entries[i].buf) == tag, "qel_array: update_at(%lld) left another tag",
-                   (long long)i);
+          FZ_CHECK(static_cast<uint32_t>(a.entries[i].buf) == tag, "qel_array: update_at(%ld) left another tag", i);
           m.at(i).buf = a.entries[i].buf;  // the upper half is not specified
           break;
         }
@@ -391,7 +388,7 @@ void hash_op(Reader &r, Hash &m, Hash &other) {
       void *want = at >= 0 ? m.e[static_cast<size_t>(at)].second : nullptr;
       const int64_t n = static_cast<int64_t>(k.size());
       FZ_CHECK(qel_hash_get(&m.h, k.data(), n) == want && qel_detail::hash_get(&m.h, k.data(), n) == want,
-               "qel_hash: get of a key of %lld bytes differs", (long long)n);
+               "qel_hash: get of a key of %ld bytes differs", n);
       break;
     }
     case 3:  // walk, writing visited values, while the other hash grows
@@ -430,7 +427,7 @@ void ptr_op(Reader &r, qel_arrays &a, std::vector<void *> &m) {
   } else if (sub == 2) {
     const int64_t i = fz::pick_index(r, static_cast<int64_t>(m.size()));
     void *want = i >= 0 && i < static_cast<int64_t>(m.size()) ? m[static_cast<size_t>(i)] : nullptr;
-    FZ_CHECK(qel_arrays_get_at(&a, i) == want, "qel_arrays: get_at(%lld) differs", (long long)i);
+    FZ_CHECK(qel_arrays_get_at(&a, i) == want, "qel_arrays: get_at(%ld) differs", i);
   } else if (sub == 3) {  // free_all: every element in order, the array stays usable
     g_destroyed.clear();
     qel_arrays_free_all(&a, destroy);
@@ -439,7 +436,7 @@ void ptr_op(Reader &r, qel_arrays &a, std::vector<void *> &m) {
   }
   FZ_CHECK(
       a.count == static_cast<int64_t>(m.size()) && a.capacity >= a.count && std::equal(m.begin(), m.end(), a.entries),
-      "qel_arrays: %lld elements, model %zu", (long long)a.count, m.size());
+      "qel_arrays: %ld elements, model %zu", a.count, m.size());
 }
 
 std::string trimmed(const std::string &s) {
@@ -462,7 +459,7 @@ struct Stream {
 template <class B>
 void check_bytes(const B &b, const std::string &v, const char *what) {
   FZ_CHECK(b.length == static_cast<int64_t>(v.size()) && (v.empty() || std::memcmp(b.bytes, v.data(), v.size()) == 0),
-           "%s: %lld bytes, model %zu", what, (long long)b.length, v.size());
+           "%s: %ld bytes, model %zu", what, b.length, v.size());
 }
 
 void stream_op(Reader &r, Stream &m, Stream &other, qel_string &str, std::string &strv) {
@@ -491,15 +488,14 @@ void stream_op(Reader &r, Stream &m, Stream &other, qel_string &str, std::string
     case 3: {  // expand
       const int64_t n = static_cast<int64_t>(r.u16() % 5000) - 4;
       qel_stream_expand(&m.s, n);
-      FZ_CHECK(m.s.capacity >= n, "qel_stream: expand(%lld) left capacity %lld", (long long)n, (long long)m.s.capacity);
+      FZ_CHECK(m.s.capacity >= n, "qel_stream: expand(%ld) left capacity %ld", n, m.s.capacity);
       break;
     }
     case 4: {  // zero(off, n) within or beyond the capacity
       const int64_t off = r.u8() % 64, n = r.u8() % 80;
       qel_stream_zero(&m.s, off, n);
       for (int64_t i = off; i < std::min(off + n, m.s.capacity); ++i)
-        FZ_CHECK(m.s.bytes[i] == 0, "qel_stream: zero(%lld, %lld) left byte %lld", (long long)off, (long long)n,
-                 (long long)i);
+        FZ_CHECK(m.s.bytes[i] == 0, "qel_stream: zero(%ld, %ld) left byte %ld", off, n, i);
       if (static_cast<int64_t>(m.v.size()) > off) m.v.resize(static_cast<size_t>(off));
       break;
     }
@@ -547,7 +543,7 @@ void stream_op(Reader &r, Stream &m, Stream &other, qel_string &str, std::string
       return;
     }
   }
-  FZ_CHECK(m.s.capacity >= m.s.length, "qel_stream: capacity %lld below length", (long long)m.s.capacity);
+  FZ_CHECK(m.s.capacity >= m.s.length, "qel_stream: capacity %ld below length", m.s.capacity);
   check_bytes(m.s, m.v, "qel_stream");
 }
 

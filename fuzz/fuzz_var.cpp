@@ -313,18 +313,17 @@ void verify(qel_var *r, MVar &m, const std::string &where) {
            "%s: type/multi/schema %u/%u/%p, model %u/%u/%p", w, r->type, r->multi, (void *)r->schema, m.type, m.multi,
            (void *)m.schema);
   if (!m.arr()) {
-    FZ_CHECK(qel_var_size(r) == 0 && r->buf == m.buf, "%s: size %lld buf %llx, model buf %llx", w,
-             (long long)qel_var_size(r), (unsigned long long)r->buf, (unsigned long long)m.buf);
+    FZ_CHECK(qel_var_size(r) == 0 && r->buf == m.buf, "%s: size %ld buf %lx, model buf %lx", w, qel_var_size(r), r->buf,
+             m.buf);
     if (m.c() == Cls::b32 || m.c() == Cls::b64) {
       const uint64_t got = m.c() == Cls::b32 ? r->data.bits32 : r->data.bits64;
-      FZ_CHECK(fz::same_value(m.k(), got, m.num), "%s: value %llx, model %llx", w, (unsigned long long)got,
-               (unsigned long long)m.num);
+      FZ_CHECK(fz::same_value(m.k(), got, m.num), "%s: value %lx, model %lx", w, got, m.num);
       m.num = got;
     } else if (m.c() == Cls::bytes) {
       const qel_stream &s = r->data.stream;
       FZ_CHECK(
           s.capacity >= s.length && std::string_view(s.bytes ? s.bytes : "", static_cast<size_t>(s.length)) == m.str,
-          "%s: string of %lld bytes, model %zu", w, (long long)s.length, m.str.size());
+          "%s: string of %ld bytes, model %zu", w, s.length, m.str.size());
     } else {
       const auto real = real_members(r);
       size_t k = 0;
@@ -341,13 +340,12 @@ void verify(qel_var *r, MVar &m, const std::string &where) {
   if (m.c() == Cls::record) {
     const qel_arrays &a = r->data.vars;
     FZ_CHECK(a.count == static_cast<int64_t>(m.elems.size()) && qel_var_size(r) == a.count,
-             "%s: %lld elements, model %zu", w, (long long)a.count, m.elems.size());
+             "%s: %ld elements, model %zu", w, a.count, m.elems.size());
     for (size_t i = 0; i < m.elems.size(); ++i)
       verify(static_cast<qel_var *>(a.entries[i]), *m.elems[i], where + "[" + std::to_string(i) + "]");
     return;
   }
-  FZ_CHECK(qel_var_size(r) == m.a.count, "%s: size %lld, model %lld", w, (long long)qel_var_size(r),
-           (long long)m.a.count);
+  FZ_CHECK(qel_var_size(r) == m.a.count, "%s: size %ld, model %ld", w, qel_var_size(r), m.a.count);
   if (m.c() == Cls::b32) fz::check_array(r->data.arrayd, m.a, m.k(), w);
   else if (m.c() == Cls::b64) fz::check_array(r->data.arrayx, m.a, m.k(), w);
   else fz::check_array(r->data.array, m.a, Num::none, w);
@@ -619,8 +617,8 @@ void op(Reader &r, Pool &p) {
       const std::string want = m_str_at(*h.m, i, &null_value);
       FZ_CHECK(null_value ? text == nullptr && len == 0
                           : std::string_view(text ? text : "", static_cast<size_t>(len)) == want,
-               "get_string(%lld) of code %u gave %p/%lld", (long long)i, h.m->type, (const void *)text, (long long)len);
-      FZ_CHECK(qel::var_ref(h.r).get<std::string_view>(i) == want, "C++ get<string_view>(%lld) differs", (long long)i);
+               "get_string(%ld) of code %u gave %p/%ld", i, h.m->type, (const void *)text, len);
+      FZ_CHECK(qel::var_ref(h.r).get<std::string_view>(i) == want, "C++ get<string_view>(%ld) differs", i);
       return;
     }
     case 14: {  // expand
@@ -628,11 +626,9 @@ void op(Reader &r, Pool &p) {
       const int64_t n = static_cast<int64_t>(r.u16() % 600) - 4;
       qel_var_expand(h.r, n);
       if (!h.m->arr() && h.m->c() == Cls::bytes)
-        FZ_CHECK(qel_var_buf_size(h.r) >= n, "expand(%lld) of a string left capacity %lld", (long long)n,
-                 (long long)qel_var_buf_size(h.r));
+        FZ_CHECK(qel_var_buf_size(h.r) >= n, "expand(%ld) of a string left capacity %ld", n, qel_var_buf_size(h.r));
       else if (h.m->value_array())
-        FZ_CHECK(real_capacity(h.r) >= n, "expand(%lld) of an array left capacity %lld", (long long)n,
-                 (long long)real_capacity(h.r));
+        FZ_CHECK(real_capacity(h.r) >= n, "expand(%ld) of an array left capacity %ld", n, real_capacity(h.r));
       break;
     }
     case 15: {  // zero
@@ -643,7 +639,7 @@ void op(Reader &r, Pool &p) {
       h.m->str.clear();
       const qel_stream &s = h.r->data.stream;
       for (int64_t i = 0; h.m->c() == Cls::bytes && i < s.capacity; ++i)
-        FZ_CHECK(s.bytes[i] == 0, "zero left byte %lld", (long long)i);
+        FZ_CHECK(s.bytes[i] == 0, "zero left byte %ld", i);
       break;
     }
     case 16: {  // shrink, any n
@@ -732,13 +728,12 @@ void op(Reader &r, Pool &p) {
                                             : static_cast<const void *>(&k64);
       const int64_t got = qel_var_find(h.r, key, t.len), bgot = qel_var_bfind(h.r, key, t.len);
       const int64_t want = m.value_array() ? m.a.lowest(key_bits, t.value, m.c() == Cls::bytes) : -1;
-      FZ_CHECK(got == want, "find in code %u (multi %u) gave %lld, model %lld", m.type, m.multi, (long long)got,
-               (long long)want);
+      FZ_CHECK(got == want, "find in code %u (multi %u) gave %ld, model %ld", m.type, m.multi, got, want);
       FZ_CHECK(!m.value_array() || m.a.sorted
                    ? bgot == want
                    : bgot == -1 || (bgot >= 0 && bgot < m.a.count &&
                                     (m.c() == Cls::bytes ? m.a.at(bgot).s == t.value : m.a.at(bgot).v == key_bits)),
-               "bfind in code %u gave %lld, model %lld", m.type, (long long)bgot, (long long)want);
+               "bfind in code %u gave %ld, model %ld", m.type, bgot, want);
       return;
     }
     case 20: {  // cmp
@@ -790,8 +785,7 @@ void op(Reader &r, Pool &p) {
         if (at >= 0) want = m.a.at(at).buf;
         else m.a.push(key, t.value, 0);
       }
-      FZ_CHECK(got == want, "keyed add on code %u gave %llu, model %llu", m.type, (unsigned long long)got,
-               (unsigned long long)want);
+      FZ_CHECK(got == want, "keyed add on code %u gave %lu, model %lu", m.type, got, want);
       break;
     }
     case 22: {  // raw buffer readers, and writing a number through the buffer
@@ -800,23 +794,22 @@ void op(Reader &r, Pool &p) {
       void *b = qel_var_buffer(h.r);
       const int64_t size = qel_var_buf_size(h.r), len = qel_var_buf_len(h.r);
       if (m.arr() || m.c() == Cls::record) {
-        FZ_CHECK(b == nullptr && size == 0 && len == 0, "buffer of code %u multi %u gave %p/%lld/%lld", m.type, m.multi,
-                 b, (long long)size, (long long)len);
+        FZ_CHECK(b == nullptr && size == 0 && len == 0, "buffer of code %u multi %u gave %p/%ld/%ld", m.type, m.multi,
+                 b, size, len);
         return;
       }
       if (m.c() == Cls::bytes) {
         FZ_CHECK(len == static_cast<int64_t>(m.str.size()) && size >= len && b == h.r->data.stream.bytes,
-                 "buffer of a string gave %lld/%lld", (long long)size, (long long)len);
+                 "buffer of a string gave %ld/%ld", size, len);
         return;
       }
       const int64_t w = m.c() == Cls::b32 ? 4 : 8;
       const char *lo = reinterpret_cast<const char *>(h.r), *bp = static_cast<const char *>(b);
       FZ_CHECK(size == w && len == w && bp >= lo && bp + w <= lo + sizeof(qel_var),
-               "buffer of code %u: size %lld len %lld", m.type, (long long)size, (long long)len);
+               "buffer of code %u: size %ld len %ld", m.type, size, len);
       uint64_t now = 0;
       std::memcpy(&now, b, static_cast<size_t>(w));
-      FZ_CHECK(fz::same_value(m.k(), now, m.num), "buffer of code %u holds %llx, model %llx", m.type,
-               (unsigned long long)now, (unsigned long long)m.num);
+      FZ_CHECK(fz::same_value(m.k(), now, m.num), "buffer of code %u holds %lx, model %lx", m.type, now, m.num);
       if (r.flag()) {
         const uint64_t v = static_cast<uint64_t>(fz::pick_i64(r));
         std::memcpy(b, &v, static_cast<size_t>(w));
@@ -834,21 +827,18 @@ void op(Reader &r, Pool &p) {
       const uint64_t got = cpp ? qel::var_ref(h.r).get_buf(i) : qel_var_get_buf(h.r, i);
       if (!m.arr()) {
         if (set) m.buf = v;
-        FZ_CHECK(got == m.buf, "get_buf of a single variant gave %llx, model %llx", (unsigned long long)got,
-                 (unsigned long long)m.buf);
+        FZ_CHECK(got == m.buf, "get_buf of a single variant gave %lx, model %lx", got, m.buf);
         break;
       }
       if (i < 0) i = m.a.count - 1;
       if (m.c() == Cls::record || i < 0 || i >= m.a.cap) {
-        FZ_CHECK(got == 0, "get_buf(%lld) outside the capacity %lld gave %llx", (long long)i, (long long)m.a.cap,
-                 (unsigned long long)got);
+        FZ_CHECK(got == 0, "get_buf(%ld) outside the capacity %ld gave %lx", i, m.a.cap, got);
         break;
       }
       Slot &s = m.a.at(i);
       if (set && s.st == St::zero) s = Slot{St::known, 0, {}, v};
       if (set) s.buf = v;
-      FZ_CHECK(s.st == St::unknown || got == s.buf, "get_buf(%lld) gave %llx, model %llx", (long long)i,
-               (unsigned long long)got, (unsigned long long)s.buf);
+      FZ_CHECK(s.st == St::unknown || got == s.buf, "get_buf(%ld) gave %lx, model %lx", i, got, s.buf);
       break;
     }
     case 24: {  // set_val
@@ -913,8 +903,8 @@ void op(Reader &r, Pool &p) {
       if (h.m->record_code() && h.m->arr() && i >= 0 && i < static_cast<int64_t>(h.m->elems.size()))
         want = static_cast<qel_var *>(h.r->data.vars.entries[i]);
       FZ_CHECK(got == want && qel::var_ref(h.r).element(i).get() == want,
-               "get_var_x(%lld) on code %u multi %u gave %p, expected %p", (long long)i, h.m->type, h.m->multi,
-               (void *)got, (void *)want);
+               "get_var_x(%ld) on code %u multi %u gave %p, expected %p", i, h.m->type, h.m->multi, (void *)got,
+               (void *)want);
       return;
     }
     default: {  // schema readers on the fixed schemas

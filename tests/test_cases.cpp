@@ -41,44 +41,33 @@ struct Read {
   double d;
 };
 
-template <class Set>
-void put(int kind, int64_t n, double in, Set set) {
-  if (kind == 0) set(n, 0.0f, 0.0, 0);
-  if (kind == 1) set(n, 0.0f, 0.0, 1);
-  if (kind == 2) set(0, static_cast<float>(in), 0.0, 2);
-  if (kind == 3) set(0, 0.0f, in, 3);
-}
-
 Read through_var(uint32_t code, bool multi, int kind, int64_t n, double in) {
   qel::var v(code, multi);
   qel_var *p = v.get();
   const int64_t at = multi ? 1 : 0;
   if (multi) v.add_all({0, 0, 0});
-  put(kind, n, in, [&](int64_t i, float f, double d, int k) {
-    if (k == 0) qel_var_set_integer(p, at, i);
-    if (k == 1) qel_var_set_long(p, at, i);
-    if (k == 2) qel_var_set_float(p, at, f);
-    if (k == 3) qel_var_set_double(p, at, d);
-  });
+  if (kind == 0) qel_var_set_integer(p, at, n);
+  if (kind == 1) qel_var_set_long(p, at, n);
+  if (kind == 2) qel_var_set_float(p, at, static_cast<float>(in));
+  if (kind == 3) qel_var_set_double(p, at, in);
   return {qel_var_get_integer(p, at), qel_var_get_long(p, at), qel_var_get_float(p, at), qel_var_get_double(p, at)};
 }
 
+// Into a light variant, read back from it or from a column set it went into.
 Read through_xvar(uint32_t code, bool columns, int kind, int64_t n, double in) {
   qel::xvar x(code, 1);
   qel_xvar *p = x.get();
-  put(kind, n, in, [&](int64_t i, float f, double d, int k) {
-    if (k == 0) qel_xvar_add_integer(p, i);
-    if (k == 1) qel_xvar_add_long(p, i);
-    if (k == 2) qel_xvar_add_float(p, f);
-    if (k == 3) qel_xvar_add_double(p, d);
-  });
-  if (!columns)
-    return {qel_xvar_get_integer(p, 0), qel_xvar_get_long(p, 0), qel_xvar_get_float(p, 0), qel_xvar_get_double(p, 0)};
+  if (kind == 0) qel_xvar_add_integer(p, n);
+  if (kind == 1) qel_xvar_add_long(p, n);
+  if (kind == 2) qel_xvar_add_float(p, static_cast<float>(in));
+  if (kind == 3) qel_xvar_add_double(p, in);
   qel::xvars xs(code, 1);
   xs.add_var(x);
   qel_xvars *s = xs.get();
-  return {qel_xvars_get_integer(s, 0, 0), qel_xvars_get_long(s, 0, 0), qel_xvars_get_float(s, 0, 0),
-          qel_xvars_get_double(s, 0, 0)};
+  if (columns)
+    return {qel_xvars_get_integer(s, 0, 0), qel_xvars_get_long(s, 0, 0), qel_xvars_get_float(s, 0, 0),
+            qel_xvars_get_double(s, 0, 0)};
+  return {qel_xvar_get_integer(p, 0), qel_xvar_get_long(p, 0), qel_xvar_get_float(p, 0), qel_xvar_get_double(p, 0)};
 }
 
 TEST(Convert, TableEdgesInEveryFamilyAndForm) {
