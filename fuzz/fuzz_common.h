@@ -154,50 +154,28 @@ inline uint64_t dbits(double d) { return std::bit_cast<uint64_t>(d); }
 inline double bitsd(uint64_t b) { return std::bit_cast<double>(b); }
 
 inline uint64_t store_int(Num k, int64_t v) {
-  switch (k) {
-    case Num::u32: return low32(v);
-    case Num::i64: return static_cast<uint64_t>(v);
-    case Num::f32: return fbits(static_cast<float>(v));
-    case Num::f64: return dbits(static_cast<double>(v));
-    default: return 0;
-  }
+  if (k == Num::u32 || k == Num::i64) return k == Num::u32 ? low32(v) : static_cast<uint64_t>(v);
+  return k == Num::f32 ? fbits(static_cast<float>(v)) : k == Num::f64 ? dbits(static_cast<double>(v)) : 0;
 }
 inline uint64_t store_double(Num k, double d) {
-  switch (k) {
-    case Num::u32: return low32(truncate(d));
-    case Num::i64: return static_cast<uint64_t>(truncate(d));
-    case Num::f32: return fbits(narrow(d));
-    case Num::f64: return dbits(d);
-    default: return 0;
-  }
+  if (k == Num::u32 || k == Num::i64) return k == Num::u32 ? low32(truncate(d)) : static_cast<uint64_t>(truncate(d));
+  return k == Num::f32 ? fbits(narrow(d)) : k == Num::f64 ? dbits(d) : 0;
 }
 inline uint64_t store_float(Num k, float f) { return store_double(k, static_cast<double>(f)); }
 inline int64_t read_int(Num k, uint64_t b) {
-  switch (k) {
-    case Num::u32: return static_cast<int64_t>(b & 0xFFFFFFFFu);
-    case Num::i64: return static_cast<int64_t>(b);
-    case Num::f32: return truncate(static_cast<double>(bitsf(b)));
-    case Num::f64: return truncate(bitsd(b));
-    default: return 0;
-  }
+  if (k == Num::u32 || k == Num::i64)
+    return k == Num::u32 ? static_cast<int64_t>(b & 0xFFFFFFFFu) : static_cast<int64_t>(b);
+  return k == Num::f32 ? truncate(static_cast<double>(bitsf(b))) : k == Num::f64 ? truncate(bitsd(b)) : 0;
 }
-inline float read_float(Num k, uint64_t b) {
-  switch (k) {
-    case Num::u32: return static_cast<float>(static_cast<uint32_t>(b));
-    case Num::i64: return static_cast<float>(static_cast<int64_t>(b));
-    case Num::f32: return bitsf(b);
-    case Num::f64: return narrow(bitsd(b));
-    default: return 0.0f;
-  }
+inline float read_float(Num k, uint64_t b) {  // integers round once, straight to float
+  if (k == Num::u32 || k == Num::i64)
+    return k == Num::u32 ? static_cast<float>(static_cast<uint32_t>(b)) : static_cast<float>(static_cast<int64_t>(b));
+  return k == Num::f32 ? bitsf(b) : k == Num::f64 ? narrow(bitsd(b)) : 0.0f;
 }
 inline double read_double(Num k, uint64_t b) {
-  switch (k) {
-    case Num::u32: return static_cast<double>(static_cast<uint32_t>(b));
-    case Num::i64: return static_cast<double>(static_cast<int64_t>(b));
-    case Num::f32: return static_cast<double>(bitsf(b));
-    case Num::f64: return bitsd(b);
-    default: return 0.0;
-  }
+  if (k == Num::u32 || k == Num::i64)
+    return k == Num::u32 ? static_cast<double>(static_cast<uint32_t>(b)) : static_cast<double>(static_cast<int64_t>(b));
+  return k == Num::f32 ? static_cast<double>(bitsf(b)) : k == Num::f64 ? bitsd(b) : 0.0;
 }
 
 // Equality of floating results by bits, except that any NaN equals any NaN
