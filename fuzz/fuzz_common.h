@@ -392,7 +392,7 @@ inline void run_model(const char *corpus) {
     return z ^ (z >> 31);
   };
   for (int seed = 0; seed < 300; ++seed) {
-    std::vector<uint8_t> in(8 + next() % (seed % 4 == 0 ? 3000 : 400));
+    std::vector<uint8_t> in(8 + next() % (seed % 4 == 0 ? 8000 : 1500));
     for (uint8_t &b : in) b = static_cast<uint8_t>(next());
     SCOPED_TRACE(seed);
     LLVMFuzzerTestOneInput(in.data(), in.size());

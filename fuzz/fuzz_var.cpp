@@ -439,11 +439,13 @@ void verify_pool(Pool &p) {
   for (int i = 0; i < kPool; ++i) verify(p.v[i].get(), *p.m[i], "v" + std::to_string(i));
 }
 
-// Order of two stored values of code t (bits, or bytes for strings).
-int order(uint32_t t, const Slot &x, const Slot &y) {
+// Order of two stored values of code t (bits, or bytes for strings); the
+// 64-bit integers sort signed and compare (qel_var_cmp) unsigned.
+int order(uint32_t t, const Slot &x, const Slot &y, bool cmp = false) {
   switch (kind_of(t)) {
     case Num::u32: return (x.v > y.v) - (x.v < y.v);
     case Num::i64:
+      if (cmp) return (x.v > y.v) - (x.v < y.v);
       return (static_cast<int64_t>(x.v) > static_cast<int64_t>(y.v)) -
              (static_cast<int64_t>(x.v) < static_cast<int64_t>(y.v));
     case Num::f32: return (fz::bitsf(x.v) > fz::bitsf(y.v)) - (fz::bitsf(x.v) < fz::bitsf(y.v));
@@ -747,10 +749,10 @@ void op(Reader &r, Pool &p) {
       } else if (x.type != y.type) {
         want = static_cast<int32_t>(x.type - y.type);
       } else if (!x.arr()) {
-        want = order(x.type, Slot{St::known, x.num, x.str, 0}, Slot{St::known, y.num, y.str, 0});
+        want = order(x.type, Slot{St::known, x.num, x.str, 0}, Slot{St::known, y.num, y.str, 0}, true);
       } else if (x.c() != Cls::record) {
         for (int64_t i = 0; i < std::min(x.a.count, y.a.count) && want == 0; ++i)
-          want = order(x.type, x.a.slots[static_cast<size_t>(i)], y.a.slots[static_cast<size_t>(i)]);
+          want = order(x.type, x.a.slots[static_cast<size_t>(i)], y.a.slots[static_cast<size_t>(i)], true);
         if (want == 0) want = fz::sign(x.a.count - y.a.count);
       }
       const bool exact = x.multi != y.multi || x.type != y.type;
