@@ -11,9 +11,23 @@
 #include <random>
 #include <string>
 
-#include "var_test_util.h"
-
 namespace {
+
+namespace vt {  // members reached through the hash, as a caller's own code would
+qel_var *member(const qel_var *rec, const char *name) {
+  return static_cast<qel_var *>(qel_hash_get(&rec->data.members, name, static_cast<int64_t>(std::strlen(name))));
+}
+qel_var *add_member(qel_var *rec, const char *name, qel_var *m) {
+  qel_hash_insert(&rec->data.members, name, static_cast<int64_t>(std::strlen(name)), m);
+  return m;
+}
+std::string str(const qel_var *v) {
+  const char *t = nullptr;
+  int64_t n = 0;
+  qel_var_get_string(v, 0, &t, &n);
+  return t != nullptr ? std::string(t, static_cast<size_t>(n)) : std::string();
+}
+}  // namespace vt
 
 qel_schema *g_rec, *g_child;  // 20: id:4 score:6 ratio:5 name:7 tags:7* kids:21*; 21: x:1 y:6*
 qel_schema *resolve(void *, uint32_t type) { return type == 20 ? g_rec : type == 21 ? g_child : nullptr; }
