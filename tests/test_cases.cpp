@@ -179,6 +179,18 @@ TEST(Sort, FloatAndDoubleGoldenOrders) {
     qel_var_qsort(b.get(), 0);
     EXPECT_EQ(bufs(a), up40) << type;
     EXPECT_EQ(bufs(b), down40) << type;
+    // A thousand values with many ties, NaNs and infinities: the whole order as one checksum.
+    for (const int flag : {1, 0}) {
+      qel::var big(type, 1);
+      for (int i = 0; i < 1000; ++i) {
+        big.add(i % 37 == 0 ? kNaN : i % 101 == 0 ? -kInf : static_cast<double>((i * 7919) % 13) - 6.0);
+        big.set_buf(i, static_cast<uint64_t>(i));
+      }
+      qel_var_qsort(big.get(), flag);
+      uint64_t h = 14695981039346656037u;  // FNV-1a over the caller values in sorted order
+      for (const uint64_t x : bufs(big)) h = (h ^ x) * 1099511628211u;
+      EXPECT_EQ(h, flag ? 0x45e57e5c25635a17u : 0x6a564c454c896d93u) << type;
+    }
     // NaN, 3, 1 ascending gives 1, 3, NaN; 3, NaN, 1 gives NaN, 1, 3.
     qel::var n1 = floats(type, {kNaN, 3, 1}), n2 = floats(type, {3, kNaN, 1});
     qel_var_qsort(n1.get(), 1);
