@@ -18,6 +18,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <tuple>
 #include <vector>
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
@@ -325,6 +326,32 @@ void expose(const A &a, Arr &m, Num k, int64_t n, const char *where) {
   }
   if (n > m.count) m.sorted = false;
   m.count = n;
+}
+
+// After a sort of a value array (k none: strings): the entries in order
+// (order(x, y) < 0: x first; unchecked while a NaN is held) and the same as
+// before, caller values along; the model takes the new order.
+template <class A, class Order>
+void check_sort(const A &a, Arr &m, Num k, bool up, Order order, const char *where) {
+  std::vector<Slot> got;
+  bool nan = false;
+  for (int64_t i = 0; i < m.count; ++i) {
+    got.push_back(entry(a, i));
+    if (k == Num::none) got.back().v = 0;
+    nan =
+        nan || (k == Num::f32 && std::isnan(bitsf(got.back().v))) || (k == Num::f64 && std::isnan(bitsd(got.back().v)));
+  }
+  for (size_t i = 1; i < got.size() && !nan; ++i)
+    FZ_CHECK(up ? order(got[i - 1], got[i]) <= 0 : order(got[i - 1], got[i]) >= 0, "%s: out of order at %zu", where, i);
+  auto key = [](const Slot &s) { return std::make_tuple(s.v, s.s, s.buf); };
+  std::vector<std::tuple<uint64_t, std::string, uint64_t>> before, after;
+  for (size_t i = 0; i < got.size(); ++i) before.push_back(key(m.slots[i])), after.push_back(key(got[i]));
+  std::sort(before.begin(), before.end());
+  std::sort(after.begin(), after.end());
+  FZ_CHECK(before == after, "%s: entries lost or changed", where);
+  std::copy(got.begin(), got.end(), m.slots.begin());
+  m.sorted = (up && k != Num::f32 && k != Num::f64) || m.count < 2;
+  m.forget_above();
 }
 
 // A string argument: bytes with an explicit length, a text measured by the

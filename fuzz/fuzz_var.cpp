@@ -460,6 +460,8 @@ void op(Reader &r, Pool &p) {
   const bool room = g_total < kBudget, cpp = r.flag();
   FZ_TRACE("op %u on slot %d (v%d is code %u multi %u)%s", code, slot, slot, p.m[slot]->type, p.m[slot]->multi,
            cpp ? " C++" : "");
+  Handle h = pick_handle(r, p, slot);  // the variant most operations work on
+  const int64_t i = fz::pick_index(r, h.m->value_array() ? h.m->a.count : static_cast<int64_t>(h.m->elems.size()));
   switch (code) {
     case 0:
     case 31: {  // free and new
@@ -486,7 +488,6 @@ void op(Reader &r, Pool &p) {
     }
     case 2: {  // change / change_x of any variant of the trees
       if (!room) return;
-      Handle h = pick_handle(r, p, slot);
       const uint32_t t = r.flag() ? h.m->type : r.of(kTypes);
       const uint8_t mu = r.flag() ? h.m->multi : r.of(kMultis);
       const unsigned how = r.pick(3);
@@ -510,24 +511,21 @@ void op(Reader &r, Pool &p) {
     }
     case 3: {  // copy
       if (!room) return;
-      Handle d = pick_handle(r, p, slot);
-      Handle s = pick_other(r, p, d, true);
+      Handle &d = h, s = pick_other(r, p, d, true);
       cpp ? qel::var_ref(d.r).copy_from(s.r) : qel_var_copy(d.r, s.r);
       m_copy(*d.m, *s.m);
       break;
     }
     case 4: {  // append (to itself only as an array)
       if (!room) return;
-      Handle d = pick_handle(r, p, slot);
-      Handle s = pick_other(r, p, d, d.m->arr());
+      Handle &d = h, s = pick_other(r, p, d, d.m->arr());
       qel_var_append(d.r, s.r);
       m_append(*d.m, *s.m);
       break;
     }
     case 5: {  // add_var
       if (!room) return;
-      Handle d = pick_handle(r, p, slot);
-      Handle s = pick_other(r, p, d, true);
+      Handle &d = h, s = pick_other(r, p, d, true);
       qel_var_add_var(d.r, s.r);
       if (!d.m->value_array() || d.m->type != s.m->type) break;
       if (!s.m->arr()) {
@@ -539,9 +537,7 @@ void op(Reader &r, Pool &p) {
       break;
     }
     case 6: {  // set_var
-      Handle d = pick_handle(r, p, slot);
-      Handle s = pick_other(r, p, d, true);
-      const int64_t i = fz::pick_index(r, d.m->a.count);
+      Handle &d = h, s = pick_other(r, p, d, true);
       qel_var_set_var(d.r, i, s.r);
       bool null_value;
       if (d.m->type == s.m->type && d.m->c() != Cls::record)
@@ -549,9 +545,7 @@ void op(Reader &r, Pool &p) {
       break;
     }
     case 7: {  // get_var (into itself only when single)
-      Handle s = pick_handle(r, p, slot);
-      Handle d = pick_other(r, p, s, !s.m->arr());
-      const int64_t i = fz::pick_index(r, s.m->a.count);
+      Handle &s = h, d = pick_other(r, p, s, !s.m->arr());
       bool null_value;
       const std::string str = m_str_at(*s.m, i, &null_value);
       const uint64_t bits = s.m->numeric() ? m_num_at(*s.m, i) : 0;
@@ -565,8 +559,6 @@ void op(Reader &r, Pool &p) {
     case 8:
     case 9: {  // add a number, or set one at any index, in one of the four kinds
       if (!room) return;
-      Handle h = pick_handle(r, p, slot);
-      const int64_t i = fz::pick_index(r, h.m->a.count);
       const fz::Number n = fz::pick_number(r);
       qel::var_ref v(h.r);
       if (code == 8) {
@@ -589,8 +581,6 @@ void op(Reader &r, Pool &p) {
       break;
     }
     case 10: {  // get a number at any index, in all four kinds, through C and C++
-      Handle h = pick_handle(r, p, slot);
-      const int64_t i = fz::pick_index(r, h.m->a.count);
       const qel::var_ref v(h.r);
       const Num k = h.m->numeric() && (!h.m->arr() || (i >= 0 && i < h.m->a.count)) ? h.m->k() : Num::none;
       const uint64_t bits = m_num_at(*h.m, i);
@@ -602,16 +592,12 @@ void op(Reader &r, Pool &p) {
     case 11:
     case 12: {  // add_string, or set_string at any index
       if (!room) return;
-      Handle h = pick_handle(r, p, slot);
-      const int64_t i = fz::pick_index(r, h.m->a.count);
       const Text t = pick_text(r, p, h);
       if (code == 11) qel_var_add_string(h.r, t.p(), t.len), m_add(*h.m, 0, t.value, true);
       else qel_var_set_string(h.r, i, t.p(), t.len), m_set(*h.m, i, 0, t.value, true);
       break;
     }
     case 13: {  // get_string at any index, through C and C++
-      Handle h = pick_handle(r, p, slot);
-      const int64_t i = fz::pick_index(r, h.m->a.count);
       const char *text = "junk";
       int64_t len = 77;
       qel_var_get_string(h.r, i, &text, &len);
@@ -624,7 +610,6 @@ void op(Reader &r, Pool &p) {
       return;
     }
     case 14: {  // expand
-      Handle h = pick_handle(r, p, slot);
       const int64_t n = static_cast<int64_t>(r.u16() % 600) - 4;
       qel_var_expand(h.r, n);
       if (!h.m->arr() && h.m->c() == Cls::bytes)
@@ -634,18 +619,16 @@ void op(Reader &r, Pool &p) {
       break;
     }
     case 15: {  // zero
-      Handle h = pick_handle(r, p, slot);
       qel_var_zero(h.r);
       if (h.m->arr() || h.m->c() == Cls::record) break;
       h.m->num = 0;
       h.m->str.clear();
       const qel_stream &s = h.r->data.stream;
-      for (int64_t i = 0; h.m->c() == Cls::bytes && i < s.capacity; ++i)
-        FZ_CHECK(s.bytes[i] == 0, "zero left byte %ld", i);
+      for (int64_t k = 0; h.m->c() == Cls::bytes && k < s.capacity; ++k)
+        FZ_CHECK(s.bytes[k] == 0, "zero left byte %ld", k);
       break;
     }
     case 16: {  // shrink, any n
-      Handle h = pick_handle(r, p, slot);
       const uint8_t sel = r.u8();
       const int64_t n = sel < 200 ? static_cast<int64_t>(sel % 40) - 4 : (sel & 1 ? INT64_MAX : INT64_MIN);
       qel_var_shrink(h.r, n);
@@ -672,7 +655,6 @@ void op(Reader &r, Pool &p) {
       break;
     }
     case 17: {  // trim
-      Handle h = pick_handle(r, p, slot);
       qel_var_trim(h.r);
       if (h.m->arr() || h.m->c() != Cls::bytes) break;
       std::string &s = h.m->str;
@@ -681,38 +663,18 @@ void op(Reader &r, Pool &p) {
       s.erase(0, std::min(s.size(), static_cast<size_t>(std::find_if_not(s.begin(), s.end(), sp) - s.begin())));
       break;
     }
-    case 18: {  // qsort: in order (floats: when no NaN is held), same entries; the model takes the order
-      Handle h = pick_handle(r, p, slot);
+    case 18: {  // qsort
       const int flag = static_cast<int>(r.pick(3));
       qel_var_qsort(h.r, flag);
       MVar &m = *h.m;
-      if (!m.value_array()) break;
-      std::vector<Slot> got;
-      bool nan = false;
-      for (int64_t i = 0; i < m.a.count; ++i) {
-        got.push_back(m.c() == Cls::bytes ? fz::entry(h.r->data.array, i)
-                      : m.c() == Cls::b32 ? fz::entry(h.r->data.arrayd, i)
-                                          : fz::entry(h.r->data.arrayx, i));
-        if (m.c() == Cls::bytes) got.back().v = 0;
-        nan = nan || (m.type == 5 && std::isnan(fz::bitsf(got.back().v))) ||
-              (m.type == 6 && std::isnan(fz::bitsd(got.back().v)));
-      }
-      for (size_t i = 1; i < got.size() && !nan; ++i)
-        FZ_CHECK(flag ? order(m.type, got[i - 1], got[i]) <= 0 : order(m.type, got[i - 1], got[i]) >= 0,
-                 "qsort(%d) of code %u out of order at %zu", flag, m.type, i);
-      auto key = [](const Slot &s) { return std::make_tuple(s.v, s.s, s.buf); };
-      std::vector<std::tuple<uint64_t, std::string, uint64_t>> a, b;
-      for (size_t i = 0; i < got.size(); ++i) a.push_back(key(m.a.slots[i])), b.push_back(key(got[i]));
-      std::sort(a.begin(), a.end());
-      std::sort(b.begin(), b.end());
-      FZ_CHECK(a == b, "qsort(%d) of code %u lost or changed entries", flag, m.type);
-      std::copy(got.begin(), got.end(), m.a.slots.begin());
-      m.a.sorted = (flag != 0 && m.type != 5 && m.type != 6) || m.a.count < 2;
-      m.a.forget_above();
+      auto by = [&m](const Slot &x, const Slot &y) { return order(m.type, x, y); };
+      if (m.value_array() && m.c() == Cls::bytes)
+        fz::check_sort(h.r->data.array, m.a, Num::none, flag != 0, by, "qsort");
+      if (m.value_array() && m.c() == Cls::b32) fz::check_sort(h.r->data.arrayd, m.a, m.k(), flag != 0, by, "qsort");
+      if (m.value_array() && m.c() == Cls::b64) fz::check_sort(h.r->data.arrayx, m.a, m.k(), flag != 0, by, "qsort");
       break;
     }
     case 19: {  // find / bfind
-      Handle h = pick_handle(r, p, slot);
       MVar &m = *h.m;
       uint64_t key_bits =
           m.a.count > 0 && r.flag() ? m.a.at(r.u8() % m.a.count).v : static_cast<uint64_t>(fz::pick_i64(r));
@@ -739,8 +701,7 @@ void op(Reader &r, Pool &p) {
       return;
     }
     case 20: {  // cmp
-      Handle a = pick_handle(r, p, slot);
-      Handle b = pick_other(r, p, a, true);
+      Handle &a = h, b = pick_other(r, p, a, true);
       const int got = qel_var_cmp(a.r, b.r);
       const MVar &x = *a.m, &y = *b.m;
       int want = 0;
@@ -751,8 +712,8 @@ void op(Reader &r, Pool &p) {
       } else if (!x.arr()) {
         want = order(x.type, Slot{St::known, x.num, x.str, 0}, Slot{St::known, y.num, y.str, 0}, true);
       } else if (x.c() != Cls::record) {
-        for (int64_t i = 0; i < std::min(x.a.count, y.a.count) && want == 0; ++i)
-          want = order(x.type, x.a.slots[static_cast<size_t>(i)], y.a.slots[static_cast<size_t>(i)], true);
+        for (int64_t k = 0; k < std::min(x.a.count, y.a.count) && want == 0; ++k)
+          want = order(x.type, x.a.slots[static_cast<size_t>(k)], y.a.slots[static_cast<size_t>(k)], true);
         if (want == 0) want = fz::sign(x.a.count - y.a.count);
       }
       const bool exact = x.multi != y.multi || x.type != y.type;
@@ -762,7 +723,6 @@ void op(Reader &r, Pool &p) {
     }
     case 21: {  // keyed adds
       if (!room) return;
-      Handle h = pick_handle(r, p, slot);
       MVar &m = *h.m;
       fz::Number n = fz::pick_number(r);
       if (m.a.count > 0 && n.kind < 2 && r.flag()) n.i = fz::read_int(m.k(), m.a.at(r.u8() % m.a.count).v);
@@ -791,7 +751,6 @@ void op(Reader &r, Pool &p) {
       break;
     }
     case 22: {  // raw buffer readers, and writing a number through the buffer
-      Handle h = pick_handle(r, p, slot);
       MVar &m = *h.m;
       void *b = qel_var_buffer(h.r);
       const int64_t size = qel_var_buf_size(h.r), len = qel_var_buf_len(h.r);
@@ -819,33 +778,31 @@ void op(Reader &r, Pool &p) {
       }
       break;
     }
-    case 23: {  // set_buf / get_buf at any index, up to the capacity
-      Handle h = pick_handle(r, p, slot);
+    case 23: {  // set_buf / get_buf at any index, up to and past the capacity
       MVar &m = *h.m;
-      int64_t i = fz::pick_index(r, std::max(m.a.cap, m.a.count));
+      int64_t j = r.flag() ? i : static_cast<int64_t>(r.u8()) % (m.a.cap + 2);
       const bool set = r.flag();
       const uint64_t v = r.flag() ? r.u64() : r.u8();
-      if (set) qel_var_set_buf(h.r, i, v);
-      const uint64_t got = cpp ? qel::var_ref(h.r).get_buf(i) : qel_var_get_buf(h.r, i);
+      if (set) qel_var_set_buf(h.r, j, v);
+      const uint64_t got = cpp ? qel::var_ref(h.r).get_buf(j) : qel_var_get_buf(h.r, j);
       if (!m.arr()) {
         if (set) m.buf = v;
         FZ_CHECK(got == m.buf, "get_buf of a single variant gave %lx, model %lx", got, m.buf);
         break;
       }
-      if (i < 0) i = m.a.count - 1;
-      if (m.c() == Cls::record || i < 0 || i >= m.a.cap) {
-        FZ_CHECK(got == 0, "get_buf(%ld) outside the capacity %ld gave %lx", i, m.a.cap, got);
+      if (j < 0) j = m.a.count - 1;
+      if (m.c() == Cls::record || j < 0 || j >= m.a.cap) {
+        FZ_CHECK(got == 0, "get_buf(%ld) outside the capacity %ld gave %lx", j, m.a.cap, got);
         break;
       }
-      Slot &s = m.a.at(i);
+      Slot &s = m.a.at(j);
       if (set && s.st == St::zero) s = Slot{St::known, 0, {}, v};
       if (set) s.buf = v;
-      FZ_CHECK(s.st == St::unknown || got == s.buf, "get_buf(%ld) gave %lx, model %lx", i, got, s.buf);
+      FZ_CHECK(s.st == St::unknown || got == s.buf, "get_buf(%ld) gave %lx, model %lx", j, got, s.buf);
       break;
     }
     case 24: {  // set_val
       if (!room) return;
-      Handle h = pick_handle(r, p, slot);
       Handle s = pick_other(r, p, h, false);
       const std::string name = r.of(kNames);
       qel_var_set_val(h.r, name.data(), static_cast<int64_t>(name.size()), s.r);
@@ -860,7 +817,6 @@ void op(Reader &r, Pool &p) {
       break;
     }
     case 25: {  // get_val, through C and C++
-      Handle h = pick_handle(r, p, slot);
       const std::string name = r.of(kNames);
       qel_var *got = qel_var_get_val(h.r, name.data(), static_cast<int64_t>(name.size()));
       MVar *want = !h.m->arr() && h.m->record_code() ? m_hash_get(*h.m, name) : nullptr;
@@ -871,7 +827,6 @@ void op(Reader &r, Pool &p) {
     case 26:
     case 27: {  // add_new, or add_var_x
       if (!room) return;
-      Handle h = pick_handle(r, p, slot);
       Handle s = pick_other(r, p, h, false);
       qel_var *got = code == 26 ? qel_var_add_new(h.r) : nullptr;
       if (code == 27) qel_var_add_var_x(h.r, s.r);
@@ -888,9 +843,7 @@ void op(Reader &r, Pool &p) {
     }
     case 28: {  // set_var_x
       if (!room) return;
-      Handle h = pick_handle(r, p, slot);
       Handle s = pick_other(r, p, h, !h.m->arr());
-      const int64_t i = fz::pick_index(r, static_cast<int64_t>(h.m->elems.size()));
       qel_var_set_var_x(h.r, i, s.r);
       if (!h.m->record_code()) break;
       if (!h.m->arr()) m_copy(*h.m, *s.m);
@@ -898,8 +851,6 @@ void op(Reader &r, Pool &p) {
       break;
     }
     case 29: {  // get_var_x, through C and C++
-      Handle h = pick_handle(r, p, slot);
-      const int64_t i = fz::pick_index(r, static_cast<int64_t>(h.m->elems.size()));
       qel_var *got = qel_var_get_var_x(h.r, i), *want = nullptr;
       if (h.m->record_code() && !h.m->arr()) want = h.r;
       if (h.m->record_code() && h.m->arr() && i >= 0 && i < static_cast<int64_t>(h.m->elems.size()))
@@ -916,8 +867,8 @@ void op(Reader &r, Pool &p) {
       uint8_t mu = 77;
       const int idx = qel_var_schema_find(d->schema.get(), name.data(), static_cast<int64_t>(name.size()), &t, &mu);
       int want = -1;
-      for (size_t i = 0; i < d->members.size() && want < 0; ++i)
-        if (name == d->members[i].name) want = static_cast<int>(i);
+      for (size_t k = 0; k < d->members.size() && want < 0; ++k)
+        if (name == d->members[k].name) want = static_cast<int>(k);
       const MemberDef md = want >= 0 ? d->members[static_cast<size_t>(want)] : MemberDef{"", 12345, 77};
       FZ_CHECK(idx == want && t == md.type && mu == md.multi &&
                    qel_var_schema_size(d->schema.get()) == static_cast<int64_t>(d->members.size()),
