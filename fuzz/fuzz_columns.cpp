@@ -199,6 +199,7 @@ void x_op(Reader &r, World &w, XModel &m) {
   qel_xvar *x = m.x.get();
   FZ_TRACE("xvar %p (type %u multi %u count %ld): op %u%s", (void *)&m, m.type, m.multi, m.a.count, code,
            cpp ? " (C++)" : "");
+  const int64_t i = fz::pick_index(r, m.a.count);
   switch (code) {
     case 0:  // free and new
       if (r.u8() % 4 == 0) m.make(r.of(kTypes), r.of(kMultis));
@@ -227,12 +228,21 @@ void x_op(Reader &r, World &w, XModel &m) {
       break;
     }
     case 3:
-    case 4: {  // numeric add, or add_x (then maybe a write through the pointer)
+    case 4:
+    case 7:
+    case 8: {  // add or add_x of a number or a string (add_x: then maybe a write through the pointer)
       if (m.a.count >= kMaxValues) return;
+      const bool bytes = code >= 7, keyed = code == 4 || code == 8;
       fz::Number n = fz::pick_number(r);
       if (m.a.count > 0 && r.flag()) n.i = fz::read_int(m.k(), m.a.at(r.u8() % m.a.count).v), n.kind &= 1;
+      const Text t = bytes ? pick_text(r, w, &m) : Text{};
       uint64_t *bp = reinterpret_cast<uint64_t *>(8);
-      if (code == 3) {
+      if (bytes && keyed) {
+        qel_xvar_add_string_x(x, t.p(), t.len, &bp);
+      } else if (bytes) {
+        cpp &&t.len >= 0 && t.p() ? m.x.add(std::string_view(t.p(), static_cast<size_t>(t.len)))
+                                  : qel_xvar_add_string(x, t.p(), t.len);
+      } else if (!keyed) {
         switch (n.kind) {
           case 0: qel_xvar_add_integer(x, n.i); break;
           case 1: cpp ? m.x.add(n.i) : qel_xvar_add_long(x, n.i); break;
@@ -247,21 +257,21 @@ void x_op(Reader &r, World &w, XModel &m) {
           default: cpp ? void(bp = m.x.add_x(n.d)) : qel_xvar_add_double_x(x, n.d, &bp); break;
         }
       }
-      const bool applies = m.arr() && m.k() != Num::none;
-      if (code == 3) {
-        if (applies) m.a.push(n.bits(m.k()), {}, 0);
+      const bool applies = m.arr() && (bytes ? m.strings() : m.k() != Num::none);
+      const uint64_t bits = bytes ? 0 : n.bits(m.k());
+      if (!keyed) {
+        if (applies) m.a.push(bits, t.value, 0);
         break;
       }
       FZ_CHECK(applies || bp == nullptr, "xvar: add_x on type %u multi %u gave a pointer", m.type, m.multi);
       if (!applies) break;
-      int64_t at = m.a.lowest(n.bits(m.k()), {}, false);
-      if (at < 0) m.a.push(n.bits(m.k()), {}, 0), at = m.a.count - 1;
+      int64_t at = m.a.lowest(bits, t.value, bytes);
+      if (at < 0) m.a.push(bits, t.value, 0), at = m.a.count - 1;
       FZ_CHECK(bp == m.buf_at(at), "xvar: add_x did not give the caller value of entry %ld", at);
       if (r.flag()) *bp = m.a.at(at).buf = r.u8();
       break;
     }
     case 5: {  // numeric set, any index
-      const int64_t i = fz::pick_index(r, m.a.count);
       const fz::Number n = fz::pick_number(r);
       switch (n.kind) {
         case 0: qel_xvar_set_integer(x, i, n.i); break;
@@ -275,7 +285,6 @@ void x_op(Reader &r, World &w, XModel &m) {
       break;
     }
     case 6: {  // numeric get, any index, in all four kinds, through C and C++
-      const int64_t i = fz::pick_index(r, m.a.count);
       const bool in = !m.arr() || (i >= 0 && i < m.a.count);
       const Num k = in ? m.k() : Num::none;
       const uint64_t bits = !m.arr() ? m.num : in ? m.a.at(i).v : 0;
@@ -285,30 +294,7 @@ void x_op(Reader &r, World &w, XModel &m) {
                       "xvar C++ get");
       return;
     }
-    case 7:
-    case 8: {  // add_string, or add_string_x (then maybe a write through the pointer)
-      if (m.a.count >= kMaxValues) return;
-      Text t = pick_text(r, w, &m);
-      uint64_t *bp = reinterpret_cast<uint64_t *>(8);
-      if (code == 7)
-        cpp &&t.len >= 0 && t.p() ? m.x.add(std::string_view(t.p(), static_cast<size_t>(t.len)))
-                                  : qel_xvar_add_string(x, t.p(), t.len);
-      else qel_xvar_add_string_x(x, t.p(), t.len, &bp);
-      const bool applies = m.arr() && m.strings();
-      if (code == 7) {
-        if (applies) m.a.push(0, t.value, 0);
-        break;
-      }
-      FZ_CHECK(applies || bp == nullptr, "xvar: add_string_x on type %u multi %u gave a pointer", m.type, m.multi);
-      if (!applies) break;
-      int64_t at = m.a.lowest(0, t.value, true);
-      if (at < 0) m.a.push(0, t.value, 0), at = m.a.count - 1;
-      FZ_CHECK(bp == m.buf_at(at), "xvar: add_string_x did not give the caller value of entry %ld", at);
-      if (r.flag()) *bp = m.a.at(at).buf = r.u8();
-      break;
-    }
     case 9: {  // set_string, any index
-      const int64_t i = fz::pick_index(r, m.a.count);
       Text t = pick_text(r, w, &m);
       qel_xvar_set_string(x, i, t.p(), t.len);
       if (!m.strings()) break;
@@ -317,7 +303,6 @@ void x_op(Reader &r, World &w, XModel &m) {
       break;
     }
     case 10: {  // get_string, any index, through C and C++
-      const int64_t i = fz::pick_index(r, m.a.count);
       const char *p = "junk";
       int64_t len = 5;
       qel_xvar_get_string(x, i, &p, &len);
@@ -332,26 +317,26 @@ void x_op(Reader &r, World &w, XModel &m) {
       }
       return;
     }
-    default: {  // set_buf / get_buf, any index, up to the capacity
-      int64_t i = fz::pick_index(r, std::max(m.a.cap, m.a.count));
+    default: {  // set_buf / get_buf, any index, up to and past the capacity
+      int64_t j = r.flag() ? i : static_cast<int64_t>(r.u8()) % (m.a.cap + 2);
       const bool set = r.flag();
       const uint64_t v = r.flag() ? r.u64() : r.u8();
-      if (set) cpp ? m.x.set_buf(i, v) : qel_xvar_set_buf(x, i, v);
-      const uint64_t got = cpp ? m.x.get_buf(i) : qel_xvar_get_buf(x, i);
+      if (set) cpp ? m.x.set_buf(j, v) : qel_xvar_set_buf(x, j, v);
+      const uint64_t got = cpp ? m.x.get_buf(j) : qel_xvar_get_buf(x, j);
       if (!m.arr()) {
         if (set) m.buf = v;
         FZ_CHECK(got == m.buf, "xvar: get_buf gave %lx, model %lx", got, m.buf);
         break;
       }
-      if (i < 0) i = m.a.count - 1;
-      if (!m.storage() || i < 0 || i >= m.a.cap) {
-        FZ_CHECK(got == 0, "xvar: get_buf(%ld) outside the capacity gave %lx", i, got);
+      if (j < 0) j = m.a.count - 1;
+      if (!m.storage() || j < 0 || j >= m.a.cap) {
+        FZ_CHECK(got == 0, "xvar: get_buf(%ld) outside the capacity gave %lx", j, got);
         break;
       }
-      Slot &s = m.a.at(i);
+      Slot &s = m.a.at(j);
       if (set && s.st == St::zero) s = Slot{St::known, 0, {}, v};
       if (set) s.buf = v;
-      FZ_CHECK(s.st == St::unknown || got == s.buf, "xvar: get_buf(%ld) gave %lx, model %lx", i, got, s.buf);
+      FZ_CHECK(s.st == St::unknown || got == s.buf, "xvar: get_buf(%ld) gave %lx, model %lx", j, got, s.buf);
       break;
     }
   }
