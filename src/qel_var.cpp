@@ -307,44 +307,24 @@ void append_all(qel_array *dst, const qel_array *src) {
   qel_array_term(&copy);
 }
 
-// ---- member creation ----
-
-// Requires a single record with an initialised, empty member hash: creates the
-// members its schema lists, unless the schema is already being built further
-// up this path or the path is at the depth bound (then the record stays
-// without members).
-void hash_new_at(qel_var *var, void *context, qel_schema_resolver resolver, const qel::build_path *up) {
-  const qel_schema *schema = var->schema;
-  if (schema == nullptr) return;
-  const unsigned depth = up != nullptr ? up->depth + 1 : 1;
-  if (depth > qel::kMaxBuildDepth) return;
-  for (const qel::build_path *p = up; p != nullptr; p = p->up)
-    if (p->schema == schema) return;
-  const qel::build_path here{schema, up, depth};
-  for (int64_t i = 0; i < schema->count; ++i) {
-    const char *name = nullptr;
-    int64_t length = 0;
-    const uint32_t tag = qel_array_get_at(schema, i, &name, &length);
-    qel_var *member = qel::var_new_at(tag & 0xFFFFu, static_cast<uint8_t>(tag >> 16), context, resolver, &here);
-    // Read the name again: a resolver may have added to this schema meanwhile.
-    qel_array_get_at(schema, i, &name, &length);
-    qel_hash_entry *entry = qel_hash_insert(&var->data.members, name, length, member);
-    if (entry == nullptr || entry->value != member) qel_var_free(member);  // the hash kept no place for it
-  }
-}
-
 }  // namespace
 
 // ---- lifecycle ----
 
-// Requires nothing; the record alone, storage not yet initialised.
-qel_var *qel::var_alloc(uint32_t type, uint8_t multi, qel_schema *schema) {
-  qel_var *var = ::new (qel_malloc(sizeof(qel_var))) qel_var;
+// Requires room for a qel_var at place; the record alone, storage not yet
+// initialised.
+qel_var *qel::var_at(void *place, uint32_t type, uint8_t multi, qel_schema *schema) {
+  qel_var *var = ::new (place) qel_var;
   var->type = type;
   var->multi = multi;
   var->schema = schema;
   var->buf = 0;
   return var;
+}
+
+// Requires nothing; the record alone in a block of its own.
+qel_var *qel::var_alloc(uint32_t type, uint8_t multi, qel_schema *schema) {
+  return var_at(qel_malloc(sizeof(qel_var)), type, multi, schema);
 }
 
 // Requires type and multi set, data uninitialised; path NULL at the top.
@@ -364,7 +344,7 @@ void qel::var_init_at(qel_var *var, void *context, qel_schema_resolver resolver,
     case storage::bytes: qel_stream_init(&var->data.stream); break;
     case storage::record:
       qel_hash_init(&var->data.members, 1, 0);
-      hash_new_at(var, context, resolver, path);
+      members_new(var, context, resolver, path);
       break;
   }
   var->buf = 0;
@@ -394,7 +374,7 @@ void qel_var_free_x(qel_var *var) {
     case storage::bits64: var->data.bits64 = 0; break;
     case storage::bytes: qel_stream_term(&var->data.stream); break;
     case storage::record:
-      qel_var_hash_free(var);
+      qel::members_free(var, false);  // their block goes with the hash
       qel_hash_term(&var->data.members);
       break;
   }
@@ -403,20 +383,6 @@ void qel_var_free_x(qel_var *var) {
 
 // Requires a variant or NULL; the element destructor of record arrays.
 void qel_var_term(void *var) { qel_var_free(static_cast<qel_var *>(var)); }
-
-// Requires a single record with an empty member hash.
-void qel_var_hash_new(qel_var *var, void *context, qel_schema_resolver resolver) {
-  hash_new_at(var, context, resolver, nullptr);
-}
-
-// Requires a single record; frees its members, leaving NULL in their entries.
-void qel_var_hash_free(qel_var *var) {
-  for (uint32_t k = 0; qel_hash_entry *e = qel_detail::hash_entry_at(&var->data.members, k); ++k) {
-    if (e->value == nullptr) continue;
-    qel_var_free(static_cast<qel_var *>(e->value));
-    e->value = nullptr;
-  }
-}
 
 extern "C" {
 

@@ -52,10 +52,45 @@ void reform(qel_var *var, uint32_t type, uint8_t multi, qel_schema *schema) {
   qel_var_init(var, nullptr, nullptr);
 }
 
+// Requires two member hashes, shape's keys distinct: whether members has the
+// same keys in the same order, each with a member.  Looking each key up by
+// name would then find the member at the same position.
+bool same_shape(const qel_hash *members, const qel_hash *shape) {
+  if (members->priv_count != shape->priv_count) return false;
+  for (uint32_t k = 0; k < shape->priv_count; ++k) {
+    const qel_hash_entry &a = shape->priv_entries[k];
+    const qel_hash_entry &b = members->priv_entries[k];
+    if (b.value == nullptr || a.priv_hash != b.priv_hash || a.key_length != b.key_length ||
+        !qel_detail::same_bytes(shape->key_pool + a.key_offset, members->key_pool + b.key_offset, a.key_length))
+      return false;
+  }
+  return true;
+}
+
 // Requires two single records with disjoint trees: copies src's members into
 // dst by name, creating the missing ones; dst's other members stay.
 void hash_clone(const qel_var *src, qel_var *dst) {
   const qel_hash *members = &src->data.members;
+  qel_hash *into = &dst->data.members;
+  if (into->priv_count == 0 && into->priv_block == nullptr && qel::members_clonable(members)) {
+    // Every member is new to dst: its hash takes src's keys wholesale, and
+    // each member is made in place as it would be on its own, then copied.
+    qel_var *places = qel::members_clone_shape(into, members);
+    for (uint32_t k = 0; k < members->priv_count; ++k) {
+      const auto *from = static_cast<const qel_var *>(members->priv_entries[k].value);
+      qel_var *to = qel::var_at(&places[k], from->type, from->multi, from->schema);
+      qel::var_init_at(to, nullptr, nullptr, nullptr);
+      qel::var_copy_into(to, from);
+    }
+    return;
+  }
+  if (!(members->priv_flags & qel_detail::kHashDuplicates) && same_shape(into, members)) {
+    for (uint32_t k = 0; k < members->priv_count; ++k) {
+      const auto *from = static_cast<const qel_var *>(members->priv_entries[k].value);
+      if (from != nullptr) qel::var_copy_into(static_cast<qel_var *>(into->priv_entries[k].value), from);
+    }
+    return;
+  }
   for (uint32_t k = 0; const qel_hash_entry *e = qel_detail::hash_entry_at(members, k); ++k) {
     const auto *from = static_cast<const qel_var *>(e->value);
     if (from == nullptr) continue;

@@ -22,12 +22,18 @@ inline void unpack_tag(uint32_t tag, uint32_t *type_out, uint8_t *multi_out) {
 }  // namespace
 
 // Requires nothing; the schema comes from the resolver, else the context.
-qel_var *qel::var_new_at(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
-                         const build_path *path) {
-  qel_var *var = var_alloc(type, multi, nullptr);
+qel_var *qel::var_make_at(void *place, uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
+                          const build_path *path) {
+  qel_var *var = var_at(place, type, multi, nullptr);
   var->schema = resolver != nullptr ? resolver(context, type) : static_cast<qel_schema *>(context);
   var_init_at(var, context, resolver, path);
   return var;
+}
+
+// Requires nothing: var_make_at in a block of its own.
+qel_var *qel::var_new_at(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
+                         const build_path *path) {
+  return var_make_at(qel_malloc(sizeof(qel_var)), type, multi, context, resolver, path);
 }
 
 extern "C" {

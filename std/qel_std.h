@@ -127,7 +127,8 @@ typedef struct qel_hash {
     uint32_t priv_count;
     uint32_t priv_capacity;
     uint32_t priv_slot_mask;
-    uint32_t priv_reserved;
+    uint32_t priv_flags;
+    void *priv_block; /* the owner's part, then entries, slots and keys while they fit */
 } qel_hash;
 
 typedef struct qel_char_view {

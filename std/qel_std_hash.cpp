@@ -1,5 +1,9 @@
 // qel_hash: pointer values keyed by byte strings.
 //
+// Entries, slot table and keys are three blocks, or share one block sized
+// once for a known count (qel_std_internal.h: hash_reserve_block); a hash
+// outgrowing that block moves them to blocks of their own.
+//
 // Entries are kept in insertion order in one array, which is also the walk
 // order; keys are copied into key_pool.  Lookups go through an open-
 // addressing table of 32-bit slots (entry position + 1, 0 = empty) placed
@@ -70,6 +74,23 @@ uint32_t store_key(qel_hash *h, const char *key, uint32_t len) {
   return at;
 }
 
+// Requires an initialised hash whose entries, slots and keys lie in its
+// block; moves them to blocks of their own (the block stays, for its owner).
+void leave_block(qel_hash *h) {
+  const size_t entries = sizeof(qel_hash_entry) * h->priv_capacity;
+  const size_t slots = sizeof(uint32_t) * (static_cast<size_t>(h->priv_slot_mask) + 1);
+  auto *e = static_cast<qel_hash_entry *>(qel_detail::xmalloc(entries));
+  std::memcpy(e, h->priv_entries, entries);
+  auto *sl = static_cast<uint32_t *>(qel_detail::xmalloc(slots));
+  std::memcpy(sl, h->priv_slots, slots);
+  auto *keys = static_cast<char *>(qel_detail::xmalloc(h->priv_key_capacity));
+  std::memcpy(keys, h->key_pool, h->priv_key_capacity);
+  h->priv_entries = e;
+  h->priv_slots = sl;
+  h->key_pool = keys;
+  h->priv_flags &= ~qel_detail::kHashInBlock;
+}
+
 } // namespace
 
 // Requires an uninitialised or terminated record; an empty hash.
@@ -83,15 +104,19 @@ extern "C" QEL_API void qel_hash_init(qel_hash *h, int one, int zero) {
   h->priv_count = 0;
   h->priv_capacity = 0;
   h->priv_slot_mask = 0;
-  h->priv_reserved = 0;
+  h->priv_flags = 0;
+  h->priv_block = nullptr;
 }
 
-// Requires an initialised hash; releases table, entries and key copies
-// (not the values).
+// Requires an initialised hash; releases table, entries, key copies and the
+// block (not the values).
 extern "C" QEL_API void qel_hash_term(qel_hash *h) {
-  std::free(h->key_pool);
-  std::free(h->priv_entries);
-  std::free(h->priv_slots);
+  if (!(h->priv_flags & qel_detail::kHashInBlock)) {
+    std::free(h->key_pool);
+    std::free(h->priv_entries);
+    std::free(h->priv_slots);
+  }
+  std::free(h->priv_block);
   qel_hash_init(h, 1, 0);
 }
 
@@ -110,6 +135,12 @@ extern "C" QEL_API qel_hash_entry *qel_hash_insert(qel_hash *h, const char *key,
   }
   if (h->priv_count >= kMaxHashEntries) return nullptr;
   if (old == nullptr && static_cast<int64_t>(h->priv_key_length) + length > kMaxKeyBytes) return nullptr;
+  if (old != nullptr) h->priv_flags |= qel_detail::kHashDuplicates;
+  if ((h->priv_flags & qel_detail::kHashInBlock) &&
+      ((old == nullptr && static_cast<uint64_t>(h->priv_key_length) + len > h->priv_key_capacity) ||
+       h->priv_count == h->priv_capacity ||
+       2 * (static_cast<uint64_t>(h->priv_count) + 1) > static_cast<uint64_t>(h->priv_slot_mask) + 1))
+    leave_block(h);  // it grows: out of the block, which keeps its owner's part
   // Every entry's key lies in an allocated pool, even an empty key.
   const uint32_t offset = old != nullptr ? old->key_offset : store_key(h, key, len);
   if (h->priv_count == h->priv_capacity) {

@@ -37,8 +37,11 @@ struct build_path {
 // Deeper records are created with their schema but without members.
 inline constexpr unsigned kMaxBuildDepth = 256;
 
-// Requires nothing; a record with type and multi set, schema as given, buf 0,
-// data uninitialised.
+// Requires room for a qel_var at place: a record made there with type and
+// multi set, schema as given, buf 0, data uninitialised.
+qel_var *var_at(void *place, uint32_t type, uint8_t multi, qel_schema *schema);
+
+// Requires nothing: var_at in a block of its own.
 qel_var *var_alloc(uint32_t type, uint8_t multi, qel_schema *schema);
 
 // Requires var's type and multi set, data uninitialised: qel_var_init below a
@@ -48,6 +51,27 @@ void var_init_at(qel_var *var, void *context, qel_schema_resolver resolver, cons
 // Requires nothing: qel_var_new_x below a path of records being built.
 qel_var *var_new_at(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
                     const build_path *path);
+
+// Requires room for a qel_var at place: var_new_at's record made there.
+qel_var *var_make_at(void *place, uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
+                     const build_path *path);
+
+// Requires a single record with an initialised, empty member hash: creates
+// the members its schema lists (qel_var_members.cpp).
+void members_new(qel_var *var, void *context, qel_schema_resolver resolver, const build_path *path);
+
+// Requires a single record: frees its members and nulls their entries;
+// block_stays unless the hash is terminated right after.
+void members_free(qel_var *var, bool block_stays);
+
+// Requires a member hash: whether members_clone_shape may copy it (distinct
+// keys, a member under each, not too many).
+bool members_clonable(const qel_hash *shape);
+
+// Requires an initialised member hash with no entries and no block, and a
+// clonable shape: the shape's keys in its order, each entry's value a place in
+// a new block (returned, places not yet initialised).
+qel_var *members_clone_shape(qel_hash *members, const qel_hash *shape);
 
 // Requires two variants whose trees share no node: the deep copy without
 // alias checks (qel_var_copy's recursion).

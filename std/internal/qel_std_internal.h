@@ -445,7 +445,35 @@ inline int64_t bfind_entries(const Entry *a, int64_t n, V value) {
 inline int64_t bfind_index(const qel_arrayd *a, uint32_t value) { return bfind_entries(a->entries, in_use(a), value); }
 inline int64_t bfind_index(const qel_arrayx *a, int64_t value) { return bfind_entries(a->entries, in_use(a), value); }
 
+// ---------------------------------------------------------------- string array entries
+
+// Requires an initialised string array and two outputs; entry index's bytes
+// and length (NULL and 0 when the entry reaches outside the pool's bytes in
+// use, or index lies outside 0..count-1) and its tag: what qel_array_get_at
+// gives, but an empty string may come back as NULL.
+inline uint32_t array_entry(const qel_array *a, int64_t index, const char **bytes, int64_t *length) {
+  *bytes = nullptr;
+  *length = 0;
+  if (index < 0 || index >= in_use(a)) return 0;
+  const qel_array_entry &e = a->entries[index];
+  int64_t used = a->pool.length;
+  if (used > a->pool.capacity) used = a->pool.capacity;
+  if (a->pool.bytes != nullptr && static_cast<int64_t>(e.offset) + static_cast<int64_t>(e.length) <= used) {
+    *bytes = a->pool.bytes + e.offset;
+    *length = e.length;
+  }
+  return static_cast<uint32_t>(e.buf);
+}
+
 // ---------------------------------------------------------------- hash lookup
+
+// priv_flags of a hash.  A hash may hold one block (priv_block): first a part
+// its owner uses (the members of a record), then, while they fit, its
+// entries, slot table and keys, sized once for a known number of entries.
+// The block is freed with the hash; a hash that outgrows it moves entries,
+// slots and keys to blocks of their own and keeps the owner's part.
+inline constexpr uint32_t kHashInBlock = 1;     // entries, slots and keys lie in priv_block
+inline constexpr uint32_t kHashDuplicates = 2;  // some key has more than one entry
 
 // The 32 hash bits that a hash entry stores and its slots are placed by.
 inline uint32_t key_hash(const char *key, size_t length) {
@@ -481,6 +509,105 @@ inline qel_hash_entry *hash_find(const qel_hash *h, const char *key, int64_t len
 inline void *hash_get(const qel_hash *h, const char *key, int64_t length) {
   qel_hash_entry *e = hash_find(h, key, length);
   return e != nullptr ? e->value : nullptr;
+}
+
+// Requires 0 < n <= 2^30; slots for n entries at load 1/2 or less.
+inline uint32_t hash_slots_for(uint32_t n) {
+  uint32_t slots = 4;
+  while (slots < 2 * n) slots *= 2;
+  return slots;
+}
+
+// Byte offset at which a block's hash part begins after `front` owner bytes.
+inline size_t hash_block_front(size_t front) { return (front + 15) & ~size_t{15}; }
+
+// Requires an initialised hash with no entries and no storage (as
+// qel_hash_init leaves it), front + room below the address space, and
+// n <= 2^30, key_bytes < 2^32 - 8; gives it one block of `front` bytes for the
+// owner (returned, 16-aligned), then room for n entries (n may be 0: no hash
+// part) with key_bytes of keys, all freed by qel_hash_term.
+inline void *hash_reserve_block(qel_hash *h, size_t front, uint32_t n, uint32_t key_bytes) {
+  const size_t at = hash_block_front(front);
+  if (n == 0) {
+    h->priv_block = xmalloc(at);
+    return h->priv_block;
+  }
+  const uint32_t slots = hash_slots_for(n);
+  const size_t entries = sizeof(qel_hash_entry) * n;
+  const size_t keys = key_bytes + 8u;  // never empty: every key lies in the pool
+  auto *block = static_cast<char *>(xmalloc(at + entries + sizeof(uint32_t) * slots + keys));
+  h->priv_block = block;
+  h->priv_entries = reinterpret_cast<qel_hash_entry *>(block + at);
+  h->priv_slots = reinterpret_cast<uint32_t *>(block + at + entries);
+  std::memset(h->priv_slots, 0, sizeof(uint32_t) * slots);
+  h->key_pool = block + at + entries + sizeof(uint32_t) * slots;
+  h->priv_key_capacity = static_cast<uint32_t>(keys);
+  h->priv_capacity = n;
+  h->priv_slot_mask = slots - 1;
+  h->priv_flags = kHashInBlock;
+  return block;
+}
+
+// Requires an initialised hash without duplicate keys (kHashDuplicates clear)
+// and dst as hash_reserve_block requires it; gives dst a block of `front`
+// owner bytes (returned) followed by a copy of src's entries, slot table and
+// keys: the same keys in the same walk order, each entry's value as in src.
+inline void *hash_clone_block(qel_hash *dst, const qel_hash *src, size_t front) {
+  const size_t at = hash_block_front(front);
+  const uint32_t n = src->priv_count;
+  if (n == 0) {
+    dst->priv_block = xmalloc(at);
+    return dst->priv_block;
+  }
+  const uint32_t slots = src->priv_slot_mask + 1;
+  const size_t entries = sizeof(qel_hash_entry) * n;
+  const size_t keys = src->priv_key_length + size_t{8};
+  auto *block = static_cast<char *>(xmalloc(at + entries + sizeof(uint32_t) * slots + keys));
+  dst->priv_block = block;
+  dst->priv_entries = reinterpret_cast<qel_hash_entry *>(block + at);
+  std::memcpy(dst->priv_entries, src->priv_entries, entries);
+  dst->priv_slots = reinterpret_cast<uint32_t *>(block + at + entries);
+  std::memcpy(dst->priv_slots, src->priv_slots, sizeof(uint32_t) * slots);
+  dst->key_pool = block + at + entries + sizeof(uint32_t) * slots;
+  std::memcpy(dst->key_pool, src->key_pool, src->priv_key_length);
+  dst->priv_key_length = src->priv_key_length;
+  dst->priv_key_capacity = static_cast<uint32_t>(keys);
+  dst->priv_count = n;
+  dst->priv_capacity = n;
+  dst->priv_slot_mask = slots - 1;
+  dst->priv_flags = kHashInBlock;
+  return block;
+}
+
+// Requires an initialised hash, len readable bytes at key (not in key_pool)
+// and hv their key_hash; qel_hash_insert's new entry when the key is absent
+// and the hash's block has room for it, else NULL and no change (the caller
+// then goes through qel_hash_insert).
+inline qel_hash_entry *hash_insert_in_block(qel_hash *h, const char *key, uint32_t len, uint32_t hv, void *value) {
+  const uint32_t k = h->priv_count;
+  if (!(h->priv_flags & kHashInBlock) || k == h->priv_capacity ||
+      static_cast<uint64_t>(h->priv_key_length) + len > h->priv_key_capacity ||
+      2 * (static_cast<uint64_t>(k) + 1) > static_cast<uint64_t>(h->priv_slot_mask) + 1)
+    return nullptr;
+  const uint32_t mask = h->priv_slot_mask;
+  uint32_t i = hv & mask;
+  for (uint32_t s; (s = h->priv_slots[i]) != 0; i = (i + 1) & mask) {
+    const qel_hash_entry &e = h->priv_entries[s - 1];
+    if (e.priv_hash == hv && e.key_length == len && same_bytes(h->key_pool + e.key_offset, key, len))
+      return nullptr;  // present: qel_hash_insert's rules for a second entry
+  }
+  const uint32_t offset = h->priv_key_length;
+  if (len != 0) std::memcpy(h->key_pool + offset, key, len);
+  h->priv_key_length = offset + len;
+  qel_hash_entry &e = h->priv_entries[k];
+  e.key_offset = offset;
+  e.key_length = len;
+  e.value = value;
+  e.priv_hash = hv;
+  e.priv_reserved = 0;
+  h->priv_slots[i] = k + 1;
+  h->priv_count = k + 1;
+  return &e;
 }
 
 // Requires an initialised hash; entry k of its walk (insertion order), or

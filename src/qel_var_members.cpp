@@ -1,0 +1,166 @@
+// The members of a single record: made from its schema, and released.
+//
+// The members a schema lists when a record is initialised live in one block
+// that the record's member hash holds: a head, the member variants in schema
+// order, then the hash's entries, slots and keys, sized once from the schema
+// (the hash moves those out if it grows later).  A member added afterwards by
+// name, or listed only after the record was initialised (a resolver may add
+// to a schema), is a block of its own.  The block goes with the hash, when
+// the record is re-formed or freed, so a use of a member after that is a use
+// of freed memory to the memory checkers, as with separate blocks; members
+// released while the block stays (a shrink) are marked inaccessible.
+#include "internal/qel_var_internal.h"
+#include "qel_std_internal.h"
+
+#include <cstdint>
+#include <new>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define QEL_MEMBERS_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QEL_MEMBERS_ASAN 1
+#endif
+#endif
+#ifdef QEL_MEMBERS_ASAN
+#include <sanitizer/asan_interface.h>
+#endif
+#if __has_include(<valgrind/memcheck.h>)
+#include <valgrind/memcheck.h>
+#define QEL_MEMBERS_VALGRIND 1
+#endif
+
+namespace {
+
+// Head of a record's block: how many member places follow it.
+struct member_block {
+  uint64_t places;
+  uint64_t reserved;  // keeps the members 16-aligned
+};
+
+// Larger schemas (or key pools) build their members one block each rather
+// than in one block of that size.
+constexpr int64_t kMaxBlockMembers = int64_t{1} << 20;
+constexpr int64_t kMaxBlockKeys = INT32_MAX;
+
+// Requires a hash just given a block of block_front(n) owner bytes; its n
+// member places.
+qel_var *places_of(void *front, uint64_t n) {
+  auto *head = static_cast<member_block *>(front);
+  head->places = n;
+  head->reserved = 0;
+  return reinterpret_cast<qel_var *>(head + 1);
+}
+
+// Requires n <= kMaxBlockMembers; owner bytes of a block for n members.
+size_t block_front(uint64_t n) { return sizeof(member_block) + n * sizeof(qel_var); }
+
+// Requires a single record's member hash; whether m is one of its block's
+// member places.
+bool in_block(const qel_hash *members, const qel_var *m) {
+  const auto *head = static_cast<const member_block *>(members->priv_block);
+  if (head == nullptr) return false;
+  const auto at = reinterpret_cast<uintptr_t>(m);
+  const auto first = reinterpret_cast<uintptr_t>(head + 1);
+  return at >= first && at - first < head->places * sizeof(qel_var);
+}
+
+// Requires a released member place in a block that stays: no access to it
+// until the block goes.
+void mark_released(qel_var *m) {
+#ifdef QEL_MEMBERS_ASAN
+  ASAN_POISON_MEMORY_REGION(m, sizeof(qel_var));
+#endif
+#ifdef QEL_MEMBERS_VALGRIND
+  VALGRIND_MAKE_MEM_NOACCESS(m, sizeof(qel_var));
+#endif
+  (void)m;
+}
+
+// Requires a member of this record: frees it (a place in the block: releases
+// its storage, and marks the place when the block stays).
+void release(qel_hash *members, qel_var *m, bool block_stays) {
+  if (!in_block(members, m)) return qel_var_free(m);
+  qel_var_free_x(m);
+  if (block_stays) mark_released(m);
+}
+
+}  // namespace
+
+// Requires a single record with an initialised, empty member hash: creates the
+// members its schema lists, unless the schema is already being built further
+// up this path or the path is at the depth bound (then the record stays
+// without members).
+void qel::members_new(qel_var *var, void *context, qel_schema_resolver resolver, const build_path *up) {
+  const qel_schema *schema = var->schema;
+  if (schema == nullptr) return;
+  const unsigned depth = up != nullptr ? up->depth + 1 : 1;
+  if (depth > kMaxBuildDepth) return;
+  for (const build_path *p = up; p != nullptr; p = p->up)
+    if (p->schema == schema) return;
+  const build_path here{schema, up, depth};
+  qel_hash *members = &var->data.members;
+  const int64_t listed = qel_detail::in_use(schema);
+  int64_t key_bytes = schema->pool.length < schema->pool.capacity ? schema->pool.length : schema->pool.capacity;
+  if (key_bytes < 0) key_bytes = 0;
+  qel_var *places = nullptr;
+  int64_t in_place = 0;
+  if (listed > 0 && listed <= kMaxBlockMembers && key_bytes <= kMaxBlockKeys) {
+    const auto n = static_cast<uint32_t>(listed);
+    places = places_of(qel_detail::hash_reserve_block(members, block_front(n), n, static_cast<uint32_t>(key_bytes)), n);
+    in_place = listed;
+  }
+  for (int64_t i = 0; i < schema->count; ++i) {
+    const char *name = nullptr;
+    int64_t length = 0;
+    const uint32_t tag = qel_detail::array_entry(schema, i, &name, &length);
+    const uint32_t type = tag & 0xFFFFu;
+    const auto multi = static_cast<uint8_t>(tag >> 16);
+    qel_var *member = i < in_place ? var_make_at(&places[i], type, multi, context, resolver, &here)
+                                   : var_new_at(type, multi, context, resolver, &here);
+    // Read the name again: a resolver may have changed this schema meanwhile.
+    qel_detail::array_entry(schema, i, &name, &length);
+    const auto len = static_cast<uint32_t>(length);  // a string array's lengths are 32-bit
+    qel_hash_entry *entry = qel_detail::hash_insert_in_block(members, name, len, qel_detail::key_hash(name, len), member);
+    if (entry == nullptr) entry = qel_hash_insert(members, name, length, member);
+    if (entry == nullptr || entry->value != member) release(members, member, true);  // the hash kept no place for it
+  }
+}
+
+// Requires a single record; frees its members, leaving NULL in their entries
+// (places in the block are marked unless the block goes right after).
+void qel::members_free(qel_var *var, bool block_stays) {
+  qel_hash *members = &var->data.members;
+  for (uint32_t k = 0; qel_hash_entry *e = qel_detail::hash_entry_at(members, k); ++k) {
+    if (e->value == nullptr) continue;
+    release(members, static_cast<qel_var *>(e->value), block_stays);
+    e->value = nullptr;
+  }
+}
+
+// Requires an initialised member hash with no entries and no block, and one
+// whose keys are distinct, every entry holding a member: gives the first the
+// second's keys in the same order and a block with a place for each member;
+// each entry's value is its place, not yet initialised.
+qel_var *qel::members_clone_shape(qel_hash *members, const qel_hash *shape) {
+  const uint32_t n = shape->priv_count;
+  qel_var *places = places_of(qel_detail::hash_clone_block(members, shape, block_front(n)), n);
+  for (uint32_t k = 0; k < n; ++k) members->priv_entries[k].value = &places[k];
+  return places;
+}
+
+// Requires a member hash; whether members_clone_shape may copy it.
+bool qel::members_clonable(const qel_hash *shape) {
+  if ((shape->priv_flags & qel_detail::kHashDuplicates) || shape->priv_count > kMaxBlockMembers) return false;
+  for (uint32_t k = 0; k < shape->priv_count; ++k)
+    if (shape->priv_entries[k].value == nullptr) return false;
+  return true;
+}
+
+// Requires a single record with an empty member hash.
+void qel_var_hash_new(qel_var *var, void *context, qel_schema_resolver resolver) {
+  qel::members_new(var, context, resolver, nullptr);
+}
+
+// Requires a single record; frees its members, leaving NULL in their entries.
+void qel_var_hash_free(qel_var *var) { qel::members_free(var, true); }
