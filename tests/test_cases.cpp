@@ -283,6 +283,28 @@ TEST(Construct, ResolverOrderAndSelfNesting) {
   EXPECT_EQ(w["n"].schema().get(), self.get());
 }
 
+// A member the resolver lists while its record is built comes into being with
+// the others; members added by name later, and after a shrink, join the hash.
+TEST(Construct, MembersListedMeanwhileOrAddedLater) {
+  qel::schema s;
+  s.add("a", 4).add("b", 7);
+  auto grow = [](void *context, uint32_t type) -> qel_schema * {
+    auto *g = static_cast<qel::schema *>(context);
+    if (type == 4 && qel_var_schema_size(g->get()) == 2) g->add("late", 6);
+    return type == 12 ? g->get() : nullptr;
+  };
+  qel::var v = qel::var::make(12, 0, &s, grow);
+  v["late"].set(2.5);
+  qel::var x(4);
+  x.set(int64_t{7});
+  for (const char *n : {"c", "d", "e", "f", "g"}) v.set_member(n, x);
+  EXPECT_EQ(names(v), (std::vector<std::string>{"a", "b", "late", "c", "d", "e", "f", "g"}));
+  EXPECT_TRUE(v["a"].get<int64_t>() == 0 && v["late"].get<double>() == 2.5 && v["g"].get<int64_t>() == 7);
+  v.shrink(0);
+  v.set_member("a", x);
+  EXPECT_TRUE(v["a"].get<int64_t>() == 7 && !v["b"]);
+}
+
 // Hands out a fresh schema {level, next:30} for every record it is asked for.
 struct Endless {
   std::vector<qel::schema> made;

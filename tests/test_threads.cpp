@@ -59,6 +59,12 @@ std::string work(Shared *shared, uint64_t seed, std::atomic<int> *start) {
     if (copy["child"]["codes"].get<int64_t>(copy["child"]["codes"].bfind(probe)) != probe) return "bfind";
     if (copy["id"].get<int64_t>() != id || copy["name"].get<std::string_view>() != name || copy["items"].size() != 4)
       return "copy";
+    qel::var twin(30);  // member-less: takes the source's keys wholesale
+    twin.copy_from(rec);
+    qel::var again = qel::var::make(30, 0, shared, resolve);  // the same keys: copied member by member
+    again.copy_from(twin);
+    if (again["id"].get<int64_t>() != id || again["tags"].get<std::string_view>(0) != rec["tags"].get<std::string_view>(0))
+      return "copies of one shape";
     qel::xvars col(qel::xcode::f64, qel::form::multi);
     qel::xvar row(qel::xcode::f64, qel::form::multi);
     for (int r = 0; r < 16; ++r) {
