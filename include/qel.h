@@ -350,7 +350,8 @@ QEL_API void qel_var_zero(qel_var *var);
 
 /* Cuts the storage. An array with n = 0 is emptied; with n > 0 its count
  * becomes the smaller of n and its capacity (nothing is freed; a count raised
- * this way exposes zero-filled entries). A record array frees all its
+ * this way exposes what those entries held when last in use, or zeros where
+ * they never were). A record array frees all its
  * elements, whatever n. A single number becomes 0; a single string is cut to
  * at most n bytes; a single record frees all its members (their names stay,
  * with no member). A negative n changes nothing. The caller value stays.
@@ -390,8 +391,11 @@ QEL_API int64_t qel_var_find(const qel_var *var, const void *key, int64_t len);
 QEL_API int64_t qel_var_bfind(const qel_var *var, const void *key, int64_t len);
 
 /* Orders two variants: negative, 0 or positive as `a` comes before, with or
- * after `b`. First by multi byte (as signed 8-bit numbers: single before
- * array), then by type code, then by value: 32-bit and 64-bit integers as
+ * after `b`. First by multi byte (as signed 8-bit numbers: single, 0, orders
+ * before multi 1 to 0x7F but after 0x80 to 0xFF), then by type code (the
+ * difference taken in 32 bits and read as signed, so codes 2^31 or more apart
+ * order in a cycle: 0 before 0x7FFFFFFF before 0xFFFFFFFE before 0; not a
+ * total order), then by value: 32-bit and 64-bit integers as
  * unsigned numbers (so -1 orders after 1), floats and doubles as numbers (a
  * NaN compares equal to everything, -0.0 equal to +0.0), strings bytewise with
  * a shorter prefix first. Arrays compare element by element, a shorter prefix
@@ -424,8 +428,9 @@ QEL_API uint64_t qel_var_add_float_x(qel_var *var, float value);
 QEL_API uint64_t qel_var_add_double_x(qel_var *var, double value);
 
 /* As qel_var_add_integer_x, for `len` bytes at `bytes` in an array of codes 7
- * or 8 (a negative len measures with strlen; NULL counts as length 0). 0 for a
- * single variant (nothing is measured) and for other codes.
+ * or 8 (a negative len measures with strlen; NULL counts as length 0). 0, and
+ * nothing changed, for a single variant (nothing is measured), for other codes
+ * and for a string the array cannot take (NULL with a positive len, 4 GiB).
  */
 QEL_API uint64_t qel_var_add_string_x(qel_var *var, const char *bytes, int64_t len);
 
@@ -451,8 +456,8 @@ QEL_API int64_t qel_var_buf_len(const qel_var *var);
 /* Sets a caller value: that of a single variant of any code (index ignored),
  * or that of entry `index` of a number or string array. A negative index means
  * the last entry in use; indexes up to the capacity (not the count) are
- * accepted. An empty array, an index at or past the capacity, and record
- * arrays: nothing.
+ * accepted, also on an empty array. A negative index on an empty array, an
+ * index at or past the capacity, and record arrays: nothing.
  */
 QEL_API void qel_var_set_buf(qel_var *var, int64_t index, uint64_t value);
 
@@ -521,8 +526,8 @@ QEL_API void qel_xvar_change(qel_xvar *v, uint32_t type, uint8_t multi);
 QEL_API void qel_xvar_free(qel_xvar *v);
 
 /* Array: n = 0 empties it; n > 0 sets the count to the smaller of n and the
- * capacity (entries keep their caller values; a raised count exposes zero-
- * filled entries); a negative n changes nothing. Single: a number and its
+ * capacity (entries keep their caller values; a raised count exposes what
+ * those entries held when last in use, or zeros where they never were); a negative n changes nothing. Single: a number and its
  * caller value become 0; a string is cut to at most n bytes and its caller
  * value becomes 0. Other codes: nothing.
  */
@@ -620,8 +625,8 @@ QEL_API void qel_xvar_add_string(qel_xvar *v, const char *str, int64_t length);
 /* Keyed insert into an array of code 5: appends a copy of the bytes (measured
  * as by qel_xvar_add_string) unless an entry already holds them, and stores in
  * *buf_out the address of that entry's caller value, valid until the array
- * next grows, is emptied or freed. A single variant or another code: *buf_out
- * gets NULL.
+ * next grows, is emptied or freed. A single variant, another code, or a
+ * string the array cannot take (4 GiB of pool): *buf_out gets NULL.
  */
 QEL_API void qel_xvar_add_string_x(qel_xvar *v, const char *str, int64_t length, uint64_t **buf_out);
 
@@ -641,8 +646,9 @@ QEL_API void qel_xvar_get_string(const qel_xvar *v, int64_t index, const char **
 
 /* Sets a caller value: that of a single variant of any code (index ignored),
  * or that of entry `index` of an array of codes 1 to 5. A negative index means
- * the last entry in use; indexes up to the capacity are accepted. An empty
- * array, an index at or past the capacity, and other codes: nothing.
+ * the last entry in use; indexes up to the capacity are accepted, also on an
+ * empty array. A negative index on an empty array, an index at or past the
+ * capacity, and other codes: nothing.
  */
 QEL_API void qel_xvar_set_buf(qel_xvar *v, int64_t index, uint64_t value);
 

@@ -419,9 +419,9 @@ int qel_var_multi(const qel_var *var) { return static_cast<int8_t>(var->multi); 
 int64_t qel_var_size(const qel_var *var) {
   if (var->multi == 0) return 0;
   switch (storage_of(var->type)) {
-    case storage::bits32: return var->data.arrayd.count;
-    case storage::bits64: return var->data.arrayx.count;
-    case storage::bytes: return var->data.array.count;
+    case storage::bits32: return qel_detail::in_use(&var->data.arrayd);
+    case storage::bits64: return qel_detail::in_use(&var->data.arrayx);
+    case storage::bytes: return qel_detail::in_use(&var->data.array);
     case storage::record: return var->data.vars.count;
   }
   return 0;

@@ -110,7 +110,7 @@ void qel::members_new(qel_var *var, void *context, qel_schema_resolver resolver,
     places = places_of(qel_detail::hash_reserve_block(members, block_front(n), n, static_cast<uint32_t>(key_bytes)), n);
     in_place = listed;
   }
-  for (int64_t i = 0; i < schema->count; ++i) {
+  for (int64_t i = 0; i < qel_detail::in_use(schema); ++i) {
     const char *name = nullptr;
     int64_t length = 0;
     const uint32_t tag = qel_detail::array_entry(schema, i, &name, &length);

@@ -1,5 +1,6 @@
 // Schemas, and construction of full variants through a schema resolver.
 #include "internal/qel_var_internal.h"
+#include "qel_std_internal.h"
 
 #include <cstdint>
 #include <new>
@@ -64,7 +65,7 @@ void qel_var_schema_add(qel_schema *schema, const char *name, int64_t length, ui
 // (outputs set), or -1 (outputs untouched).
 int qel_var_schema_find(const qel_schema *schema, const char *name, int64_t length, uint32_t *type_out,
                         uint8_t *multi_out) {
-  for (int64_t i = 0; i < schema->count; ++i) {
+  for (int64_t i = 0, n = qel_detail::in_use(schema); i < n; ++i) {
     qel_char_view view{nullptr, 0};
     const uint32_t tag = qel_array_get_at(schema, i, &view.bytes, &view.length);
     if (qel_char_compare(&view, name, length) == 0) {
@@ -76,11 +77,11 @@ int qel_var_schema_find(const qel_schema *schema, const char *name, int64_t leng
 }
 
 // Requires a schema.
-int64_t qel_var_schema_size(const qel_schema *schema) { return schema->count; }
+int64_t qel_var_schema_size(const qel_schema *schema) { return qel_detail::in_use(schema); }
 
 // Requires a schema; an index outside the members does nothing.
 void qel_var_schema_set_at(qel_schema *schema, int64_t index, uint32_t type, uint8_t multi) {
-  if (index < 0 || index >= schema->count) return;
+  if (index < 0 || index >= qel_detail::in_use(schema)) return;
   qel_array_update_at(schema, index, pack_tag(type, multi));
 }
 
@@ -90,7 +91,7 @@ void qel_var_schema_get_at(const qel_schema *schema, int64_t index, const char *
                            uint32_t *type_out, uint8_t *multi_out) {
   *name_out = nullptr;
   *length_out = 0;
-  if (index < 0 || index >= schema->count) return;
+  if (index < 0 || index >= qel_detail::in_use(schema)) return;
   const uint32_t tag = qel_array_get_at(schema, index, name_out, length_out);
   if (tag != 0) unpack_tag(tag, type_out, multi_out);
 }

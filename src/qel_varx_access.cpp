@@ -29,7 +29,7 @@ void set_count(Array *a, int64_t n) {
 // the last entry in use, the bound is the capacity); -1 when nothing is there.
 template <typename Array>
 int64_t buf_slot(const Array &a, int64_t index) {
-  if (index < 0) index = a.count - 1;
+  if (index < 0) index = qel_detail::in_use(&a) - 1;
   if (index < 0 || index >= a.capacity) return -1;
   return index;
 }
@@ -183,7 +183,11 @@ QEL_API uint64_t qel_var_add_double_x(qel_var *var, double value) {
 QEL_API uint64_t qel_var_add_string_x(qel_var *var, const char *bytes, int64_t len) {
   if (var->multi == 0 || storage_of(var->type) != storage::bytes) return 0;
   if (len < 0) len = bytes != nullptr ? static_cast<int64_t>(std::strlen(bytes)) : 0;
-  return qel_array_entry_insert(&var->data.array, bytes, len)->buf;
+  // A string the array cannot take gives the entry past the count, which
+  // holds no key and whose caller value is not this call's to report.
+  const qel_array *a = &var->data.array;
+  const qel_array_entry *e = qel_array_entry_insert(&var->data.array, bytes, len);
+  return e < a->entries + a->count ? e->buf : 0;
 }
 
 // ---- raw buffer access ----
@@ -260,7 +264,10 @@ QEL_API void qel_var_set_val(qel_var *var, const char *name, int64_t len, const 
   auto *member = static_cast<qel_var *>(qel_detail::hash_get(&var->data.members, name, len));
   if (member == nullptr) {
     member = qel_var_new(src->type, src->multi);
-    qel_hash_insert(&var->data.members, name, len, member);
+    if (qel_hash_insert(&var->data.members, name, len, member) == nullptr) {
+      qel_var_free(member);  // a name the hash cannot hold
+      return;
+    }
   }
   qel_var_copy(member, src);
 }

@@ -21,22 +21,24 @@ using qel::storage_of;
 
 // Requires a multi float array; sorts it, ascending for a nonzero flag.
 void sort_floats(qel_arrayd *a, int flag) {
-  if (a->count < 2) return;
+  const int64_t n = qel_detail::in_use(a);
+  if (n < 2) return;
   qel_detail::drop_lookup(a);  // the keyed-insert index knows the old positions
   if (flag != 0)
-    qel::fsort::quicksort<float, true>(a->entries, a->count);
+    qel::fsort::quicksort<float, true>(a->entries, n);
   else
-    qel::fsort::quicksort<float, false>(a->entries, a->count);
+    qel::fsort::quicksort<float, false>(a->entries, n);
 }
 
 // Requires a multi double array; sorts it, ascending for a nonzero flag.
 void sort_doubles(qel_arrayx *a, int flag) {
-  if (a->count < 2) return;
+  const int64_t n = qel_detail::in_use(a);
+  if (n < 2) return;
   qel_detail::drop_lookup(a);  // the keyed-insert index knows the old positions
   if (flag != 0)
-    qel::fsort::quicksort<double, true>(a->entries, a->count);
+    qel::fsort::quicksort<double, true>(a->entries, n);
   else
-    qel::fsort::quicksort<double, false>(a->entries, a->count);
+    qel::fsort::quicksort<double, false>(a->entries, n);
 }
 
 // Requires nothing; -1, 0 or 1 as a orders before, with or after b.
@@ -57,17 +59,21 @@ int float_order(F a, F b) {
 // `cmp`, the first difference deciding and a prefix ordering first.
 template <typename Array, typename Cmp>
 int compare_arrays(const Array &a, const Array &b, Cmp cmp) {
-  const int64_t common = a.count < b.count ? a.count : b.count;
+  const int64_t na = qel_detail::in_use(&a);
+  const int64_t nb = qel_detail::in_use(&b);
+  const int64_t common = na < nb ? na : nb;
   for (int64_t k = 0; k < common; ++k) {
     const int r = cmp(a.entries[k].value, b.entries[k].value);
     if (r != 0) return r;
   }
-  return three_way(a.count, b.count);
+  return three_way(na, nb);
 }
 
 // Requires two byte-string arrays; as compare_arrays, by qel_mem_cmp.
 int compare_string_arrays(const qel_array &a, const qel_array &b) {
-  const int64_t common = a.count < b.count ? a.count : b.count;
+  const int64_t na = qel_detail::in_use(&a);
+  const int64_t nb = qel_detail::in_use(&b);
+  const int64_t common = na < nb ? na : nb;
   for (int64_t k = 0; k < common; ++k) {
     const char *ab = nullptr;
     const char *bb = nullptr;
@@ -78,7 +84,7 @@ int compare_string_arrays(const qel_array &a, const qel_array &b) {
     const int r = qel_mem_cmp(ab, al, bb, bl);
     if (r != 0) return r;
   }
-  return three_way(a.count, b.count);
+  return three_way(na, nb);
 }
 
 // Requires nothing; 32-bit values ordered as unsigned integers.

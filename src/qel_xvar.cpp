@@ -188,7 +188,7 @@ inline R get_number(const qel_xvar *v, int64_t index) {
 // last entry in use), or NULL when that is not below the capacity.
 template <class A>
 uint64_t *buf_slot(const A &a, int64_t index) {
-  if (index < 0) index = a.count - 1;
+  if (index < 0) index = qel_detail::in_use(&a) - 1;
   if (index < 0 || index >= a.capacity) return nullptr;
   return &a.entries[index].buf;
 }
@@ -270,9 +270,9 @@ void qel_xvar_shrink(qel_xvar *v, int64_t n) {
 int64_t qel_xvar_size(const qel_xvar *v) {
   if (!v->multi) return 0;
   switch (v->type) {
-    case kU32: case kF32: return v->data.arrayd.count;
-    case kI64: case kF64: return v->data.arrayx.count;
-    case kStr: return v->data.array.count;
+    case kU32: case kF32: return qel_detail::in_use(&v->data.arrayd);
+    case kI64: case kF64: return qel_detail::in_use(&v->data.arrayx);
+    case kStr: return qel_detail::in_use(&v->data.array);
     default: return 0;
   }
 }
@@ -325,7 +325,7 @@ void qel_xvar_add_string_x(qel_xvar *v, const char *str, int64_t length, uint64_
   uint64_t *found = nullptr;
   if (v->multi && v->type == kStr && resolve_string(str, length)) {
     qel_array_entry *e = qel_array_entry_insert(&v->data.array, str, length);
-    if (e) found = &e->buf;
+    if (e < v->data.array.entries + v->data.array.count) found = &e->buf;  // else refused
   }
   if (buf_out) *buf_out = found;
 }

@@ -134,7 +134,7 @@ R get_number(const qel_xvars *xs, int64_t entry, int64_t pos) {
 template <class A>
 void add_array(qel_xvars *xs, A &data, const A &src, void (*append_array)(A *, const A *)) {
   const int64_t before = data.count;
-  const int64_t n = src.count;
+  const int64_t n = qel_detail::in_use(&src);
   if (!values_fit(before, n)) return;
   append_array(&data, &src);
   if (data.count != before + n) return;
@@ -146,7 +146,7 @@ void add_array(qel_xvars *xs, A &data, const A &src, void (*append_array)(A *, c
 void add_strings(qel_xvars *xs, const qel_array &src) {
   qel_array &data = xs->data.array;
   const int64_t before = data.count;
-  const int64_t n = src.count;
+  const int64_t n = qel_detail::in_use(&src);
   if (!values_fit(before, n)) return;
   // The source pool bounds its live bytes; count them only when that bound is too big.
   if (!bytes_fit(data.pool.length, src.pool.length)) {

@@ -10,8 +10,9 @@
  *
  * Conventions:
  *  - Every entry between `count` and `capacity` is defined: zero-filled when
- *    the array grows, so raising `count` or reading a `buf` below `capacity`
- *    never sees garbage.
+ *    the array grows, or holding what it held when last in use, so raising
+ *    `count` or reading a `buf` below `capacity` never sees garbage.
+ *  - A count outside 0..capacity reads as the nearest of the two everywhere.
  *  - Reads outside 0..count-1 give neutral results (0, NULL, length 0);
  *    writes outside it do nothing.
  *  - Pool offsets and lengths are 32-bit: a string pool never exceeds 4 GiB,
@@ -205,7 +206,11 @@ QEL_API int64_t qel_arrayd_bfind_index(const qel_arrayd *a, uint32_t value);
 
 /* The entry holding `value` (the lowest such), appended with caller value 0
  * when absent; never NULL. Expected O(1) through an index the array keeps. The
- * pointer is valid until the array next changes size or is sorted.
+ * pointer is valid until the array next changes size or is sorted. The index
+ * follows every change made through these functions; after entries were
+ * rewritten directly (count lowered, entries written, count raised again) it
+ * rebuilds itself on the first lookup that meets a rewritten entry, but a
+ * value written that way and inserted before then is appended once more.
  */
 QEL_API qel_arrayd_entry *qel_arrayd_entry_insert(qel_arrayd *a, uint32_t value);
 
@@ -274,7 +279,11 @@ QEL_API int64_t qel_arrayx_bfind_index(const qel_arrayx *a, int64_t value);
 
 /* The entry holding `value` (the lowest such), appended with caller value 0
  * when absent; never NULL. Expected O(1) through an index the array keeps. The
- * pointer is valid until the array next changes size or is sorted.
+ * pointer is valid until the array next changes size or is sorted. The index
+ * follows every change made through these functions; after entries were
+ * rewritten directly (count lowered, entries written, count raised again) it
+ * rebuilds itself on the first lookup that meets a rewritten entry, but a
+ * value written that way and inserted before then is appended once more.
  */
 QEL_API qel_arrayx_entry *qel_arrayx_entry_insert(qel_arrayx *a, int64_t value);
 
@@ -355,11 +364,12 @@ QEL_API int64_t qel_array_find_index(const qel_array *a, const char *bytes, int6
 QEL_API int64_t qel_array_bfind_index(const qel_array *a, const char *bytes, int64_t length);
 
 /* The entry holding exactly these bytes (the lowest such), appended with
- * caller value 0 when absent; never NULL, expected O(1). For a string the
- * array cannot take (negative length, NULL bytes with a positive length, a
- * full pool) nothing is stored and the result is a spare entry past the count
- * whose caller value may be written without effect. The pointer is valid until
- * the array next changes.
+ * caller value 0 when absent; never NULL, expected O(1). Directly rewritten
+ * entries are met as by qel_arrayd_entry_insert. For a string the array cannot
+ * take (negative length, NULL bytes with a positive length, a full pool)
+ * nothing is stored and the result is the entry just past the count, left as
+ * it was (tell it apart by its position). The pointer is valid until the array
+ * next changes.
  */
 QEL_API qel_array_entry *qel_array_entry_insert(qel_array *a, const char *bytes, int64_t length);
 

@@ -27,16 +27,24 @@ const char kEmpty[1] = {0};
 // ---------------------------------------------------------------- string index
 // Slots are two words: the string's 64-bit hash and its position + 1.
 
-// Requires a string index over a's entries; position of the string, or -1.
+// What slookup_find gives when a slot of the string's hash names an entry
+// holding other bytes: with 64-bit hashes that means entries were rewritten
+// behind the index's back, far more likely than a collision.
+constexpr int64_t kStale = -2;
+
+// Requires a string index over a's entries; position of the string, -1 when
+// absent, or kStale.
 int64_t slookup_find(const lookup *lk, const qel_array *a, uint64_t h, const char *p, size_t n) {
   const uint64_t *s = lookup_slots(lk);
   uint64_t i = h & lk->mask;
+  int64_t result = -1;
   for (;;) {
     uint64_t pos1 = s[2 * i + 1];
-    if (pos1 == 0) return -1;
+    if (pos1 == 0) return result;
     if (s[2 * i] == h) {
       view v = entry_view(a, a->entries[pos1 - 1]);
       if (v.n == n && qel_detail::same_bytes(v.p, p, n)) return static_cast<int64_t>(pos1 - 1);
+      result = kStale;
     }
     i = (i + 1) & lk->mask;
   }
@@ -67,7 +75,7 @@ lookup *slookup_grow(lookup *lk) {
 lookup *slookup_add(lookup *lk, const qel_array *a, int64_t pos) {
   view v = entry_view(a, a->entries[pos]);
   uint64_t h = qel_detail::hash_bytes(v.p, v.n);
-  if (slookup_find(lk, a, h, v.p, v.n) < 0) {
+  if (slookup_find(lk, a, h, v.p, v.n) < 0) {  // a true collision gets its own slot
     if (2 * (lk->used + 1) > lk->mask + 1) lk = slookup_grow(lk);
     slookup_place(lk, h, pos);
   }
@@ -373,21 +381,20 @@ extern "C" QEL_API int64_t qel_array_find_index(const qel_array *a, const char *
 // these bytes (lowest position), appended with buf 0 when absent.  Expected
 // O(1).  For a string the array cannot take (negative length, NULL bytes
 // with a positive length, 4 GiB or more, or a full pool) nothing is stored
-// and the result is a spare entry just past count, emptied, whose caller
-// value may be written without effect on the array's contents.
+// and the result is the entry just past count, left as it was.
 extern "C" QEL_API qel_array_entry *qel_array_entry_insert(qel_array *a, const char *bytes, int64_t length) {
   if (qel_detail::storable(bytes, length)) {
-    lookup *lk = valid_lookup(a);
     const auto len = static_cast<size_t>(length);
-    int64_t pos = slookup_find(lk, a, qel_detail::hash_bytes(bytes, len), bytes, len);
+    const uint64_t h = qel_detail::hash_bytes(bytes, len);
+    int64_t pos = slookup_find(valid_lookup(a), a, h, bytes, len);
+    if (pos == kStale) {
+      qel_detail::drop_lookup(a);
+      pos = slookup_find(valid_lookup(a), a, h, bytes, len);
+    }
     if (pos >= 0) return &a->entries[pos];
-    const int64_t n = a->count;
+    const int64_t n = in_use(a);
     if (push(a, bytes, length, 0)) return &a->entries[n];
   }
   reserve_entries(a, 1);
-  qel_array_entry &spare = a->entries[a->count];
-  spare.offset = 0;
-  spare.length = 0;
-  spare.buf = 0;
-  return &spare;
+  return &a->entries[a->count];
 }

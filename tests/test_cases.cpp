@@ -390,6 +390,69 @@ TEST(Aliasing, CopyAndAppendBetweenARecordAndItsMembers) {
   }
 }
 
+// ---- entries and counts written directly, as qel_std.h allows
+
+TEST(DirectWrites, StaleKeyedIndexAndCountsOutsideTheStorage) {
+  // Keyed 1, 2, 3; cut, entry 2 rewritten to 9, raised back: the index still
+  // names entry 2 for 3, which the entry contradicts, so it is rebuilt.
+  qel_arrayd d;
+  qel_arrayd_init(&d, 0);
+  qel_arrayd_expand(&d, 8);
+  for (uint32_t v : {1u, 2u, 3u}) qel_arrayd_entry_insert(&d, v);
+  d.count = 2;
+  d.entries[2].value = 9;
+  d.count = 3;
+  EXPECT_EQ(qel_arrayd_entry_insert(&d, 3) - d.entries, 3);
+  EXPECT_EQ(qel_arrayd_entry_insert(&d, 9) - d.entries, 2);
+  qel_arrayd_term(&d);
+  // Strings: entry 1 pointed at "be" of the pool "abef".
+  qel_array s;
+  qel_array_init(&s, 0);
+  for (const char *x : {"ab", "ef"}) qel_array_entry_insert(&s, x, 2);
+  s.count = 1;
+  s.entries[1].offset = 1;
+  s.count = 2;
+  EXPECT_EQ(qel_array_entry_insert(&s, "ef", 2) - s.entries, 2);
+  EXPECT_EQ(qel_array_entry_insert(&s, "be", 2) - s.entries, 1);
+  s.count = -1;  // a count outside 0..capacity reads as the nearest end
+  EXPECT_EQ(qel_array_entry_insert(&s, "z", 1) - s.entries, 0);
+  qel_array_term(&s);
+
+  qel::var f(qel::code::f32, qel::form::multi), empty(qel::code::f32, qel::form::multi);
+  f.add_all({2.0f, 1.0f});
+  qel_arrayd &fa = f.get()->data.arrayd;
+  fa.count = -1;
+  EXPECT_EQ(f.size(), 0);
+  EXPECT_EQ(qel_var_cmp(f.get(), empty.get()), 0);
+  fa.count = fa.capacity + 1;  // 2, 1, then zeros
+  EXPECT_EQ(f.size(), fa.capacity);
+  f.sort();
+  EXPECT_EQ(f.get<float>(fa.capacity - 1), 2.0f);
+  f.set_buf(-1, 9);  // the last entry in use
+  EXPECT_EQ(f.get_buf(fa.capacity - 1), 9u);
+  qel::xvar x(qel::xcode::i64, qel::form::multi);
+  x.add(1);
+  qel_arrayx &xa = x.get()->data.arrayx;
+  xa.count = xa.capacity + 2;
+  EXPECT_EQ(x.size(), xa.capacity);
+  EXPECT_EQ(x.get<int64_t>(xa.capacity), 0);
+  qel::xvars xs(qel::xcode::i64, qel::form::multi);
+  qel_xvars_add_var(xs.get(), x.get());
+  EXPECT_EQ(qel_xvars_get_size(xs.get(), 0), xa.capacity);
+}
+
+TEST(Refused, NamesAndStringsChangeNothing) {
+  qel::var rec(12), src(qel::code::i64);
+  qel_var_set_val(rec.get(), nullptr, 3, src.get());  // the leak check sees the rest
+  qel_var_set_val(rec.get(), "x", -1, src.get());
+  EXPECT_TRUE(rec.members().empty());
+  qel::var s(qel::code::bytes, qel::form::multi);
+  s.expand(4);
+  s.set_buf(0, 77);  // past the count, below the capacity
+  EXPECT_EQ(qel_var_add_string_x(s.get(), nullptr, 5), 0u);
+  EXPECT_EQ(s.get_buf(0), 77u);
+}
+
 // ---- the C++ layer: what the overloads accept, resolvers of every kind, order
 
 template <class V, class T>
@@ -420,6 +483,50 @@ static_assert(!std::is_copy_constructible_v<qel::xvar> && !std::is_copy_construc
 static_assert(sizeof(qel::var) == sizeof(void *) && std::is_trivially_copyable_v<qel::var_ref>);
 static_assert(std::ranges::random_access_range<decltype(std::declval<qel::var &>().values<double>())>);
 static_assert(std::ranges::forward_range<decltype(std::declval<qel::var &>().members())>);
+// std::uint8_t and std::int8_t (the form byte's type) are small integers; a character is no index.
+static_assert(can_add<qel::var, std::uint8_t> && can_add<qel::var, std::int8_t> && can_get<qel::var, std::uint8_t>);
+template <class V, class I>
+concept can_index = requires(V &v, I i) {
+  v[i];
+};
+static_assert(can_index<qel::var, int> && can_index<const qel::var, std::uint8_t>);
+static_assert(!can_index<qel::var, char> && !can_index<const qel::var, char>);
+// Views and ranges come only from named owners: a temporary's would dangle
+// (tests/misuse holds the same misuses as code that must not build).
+template <class V>
+concept can_ref = requires(V &&v) {
+  static_cast<V &&>(v).ref();
+};
+template <class V>
+concept can_values = requires(V &&v) {
+  static_cast<V &&>(v).template values<int64_t>();
+};
+template <class V>
+concept can_elements = requires(V &&v) {
+  static_cast<V &&>(v).elements();
+};
+template <class V>
+concept can_members = requires(V &&v) {
+  static_cast<V &&>(v).members();
+};
+template <class S>
+concept can_make_with = requires(S &&s) {
+  qel::var::make(20, 0, static_cast<S &&>(s));
+};
+template <class S>
+concept can_change_with = requires(S &&s, qel::var &v) {
+  v.change(20, 0, static_cast<S &&>(s));
+};
+static_assert(can_ref<qel::var &> && !can_ref<qel::var>);
+static_assert(can_values<const qel::var &> && !can_values<qel::var> && can_values<qel::xvar &> &&
+              !can_values<qel::xvar>);
+static_assert(can_elements<qel::var &> && can_elements<const qel::var &> && !can_elements<qel::var>);
+static_assert(can_members<qel::var &> && can_members<const qel::var &> && !can_members<qel::var>);
+static_assert(std::is_convertible_v<qel::var &, qel::var_ref> && !std::is_convertible_v<qel::var, qel::var_ref>);
+static_assert(std::is_convertible_v<const qel::var &, qel::var_cref> &&
+              !std::is_convertible_v<qel::var, qel::var_cref>);
+static_assert(can_make_with<qel::schema &> && !can_make_with<qel::schema>);
+static_assert(can_change_with<qel::schema &> && !can_change_with<qel::schema>);
 
 TEST(Cpp, OwnersMoveReleaseAndClone) {
   qel::var a(qel::code::f64, qel::form::multi);
@@ -476,14 +583,16 @@ TEST(Cpp, OrderFollowsTheLibrarysComparison) {
   qel::var a(qel::code::i64), b(qel::code::i64), d(qel::code::f64), arr(qel::code::i64, qel::form::multi);
   a.set(-1);
   b.set(1);
-  EXPECT_EQ(a <=> b, std::weak_ordering::greater);  // 64-bit integers compare unsigned
+  EXPECT_EQ(a <=> b, std::partial_ordering::greater);  // 64-bit integers compare unsigned
   b.set(-1);
   EXPECT_TRUE(a == b && !(a != b));
-  EXPECT_TRUE(a < d && a < arr);  // code before value, single before array
+  EXPECT_TRUE(a < d && a < arr);                   // code before value, single before array
+  qel::var c0(0), c1(0x7FFFFFFF), c2(0xFFFFFFFE);  // codes unsigned: no cycle as in qel_var_cmp
+  EXPECT_TRUE(c0 < c1 && c1 < c2 && c0 < c2);
   qel::var nan(qel::code::f32), one(qel::code::f32);
   nan.set(std::nanf(""));
   one.set(1.0f);
-  EXPECT_EQ(nan <=> one, std::weak_ordering::equivalent);
+  EXPECT_EQ(nan <=> one, std::partial_ordering::unordered);
   qel::var x(qel::code::f64, qel::form::multi), y(qel::code::f64, qel::form::multi);
   x.add_all({1.0, 2.0});
   y.add_all({1.0, 2.0, 0.0});

@@ -87,13 +87,16 @@ class xvars;
  * ---------------------------------------------------------------------- */
 namespace detail {
 
+/* Character types: refused as numbers, so that 'a' is not silently 97.
+ * signed char and unsigned char are std::int8_t and std::uint8_t, the type
+ * of the form byte itself, so they count as small integers. */
 template <class T>
 inline constexpr bool is_char_v =
-    std::is_same_v<T, char> || std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char> ||
-    std::is_same_v<T, wchar_t> || std::is_same_v<T, char8_t> || std::is_same_v<T, char16_t> ||
-    std::is_same_v<T, char32_t>;
+    std::is_same_v<T, char> || std::is_same_v<T, wchar_t> || std::is_same_v<T, char8_t> ||
+    std::is_same_v<T, char16_t> || std::is_same_v<T, char32_t>;
 
-/* Integer values: every integer type but bool and the character types. */
+/* Integer values: every integer type but bool and the character types
+ * (std::int8_t and std::uint8_t are integers). */
 template <class T>
 concept integer_value = std::integral<T> && !std::same_as<T, bool> && !is_char_v<T>;
 

@@ -102,10 +102,15 @@ public:
     operator schema_view() const noexcept { return schema_view(p_); }
 
     /* Appends a member; the type code keeps its low 16 bits.  Returns *this
-     * so that members can be chained. */
-    schema &add(std::string_view name, std::uint32_t type, std::uint8_t multi = form::single) noexcept {
+     * so that members can be chained; a temporary stays one, so that
+     * `qel::schema s = qel::schema().add(...)` moves it and no variant is
+     * built from a schema freed at the end of the statement. */
+    schema &add(std::string_view name, std::uint32_t type, std::uint8_t multi = form::single) & noexcept {
         qel_var_schema_add(p_, name.data(), static_cast<std::int64_t>(name.size()), type, multi);
         return *this;
+    }
+    schema &&add(std::string_view name, std::uint32_t type, std::uint8_t multi = form::single) && noexcept {
+        return std::move(add(name, type, multi));
     }
     /* Changes member i's type and form (not its name); out of range: nothing. */
     void set_at(std::int64_t i, std::uint32_t type, std::uint8_t multi) noexcept {

@@ -99,7 +99,7 @@ public:
     bool is_multi() const noexcept { return qel_var_multi(c()) != 0; }
     storage storage_class() const noexcept { return storage_of(qel_var_type(c())); }
     /* Element count of an array; 0 for every single variant. */
-    std::int64_t size() const noexcept { return qel_var_size(c()); }
+    [[nodiscard]] std::int64_t size() const noexcept { return qel_var_size(c()); }
     /* The schema the variant refers to (not owned by it). */
     schema_view schema() const noexcept { return schema_view(qel_var_schema(c())); }
 
@@ -107,7 +107,7 @@ public:
      * float, double or std::string_view (a view of the variant's own bytes,
      * valid until it next changes).  Wrong class: 0, 0.0 or empty. */
     template <readable T>
-    T get(std::int64_t index = 0) const noexcept {
+    [[nodiscard]] T get(std::int64_t index = 0) const noexcept {
         return get_var_value<T>(c(), index);
     }
     /* The elements read as T, by index. */
@@ -128,12 +128,12 @@ public:
      * needs an array sorted ascending. */
     template <class T>
         requires value<T>
-    std::int64_t find(const T &key) const noexcept {
+    [[nodiscard]] std::int64_t find(const T &key) const noexcept {
         return search(qel_var_find, key);
     }
     template <class T>
         requires value<T>
-    std::int64_t bfind(const T &key) const noexcept {
+    [[nodiscard]] std::int64_t bfind(const T &key) const noexcept {
         return search(qel_var_bfind, key);
     }
 
@@ -143,9 +143,12 @@ public:
     }
     CRef operator[](std::string_view name) const noexcept { return member(name); }
     /* Element `index` of a record array (the record itself when single), or
-     * a null view. */
+     * a null view.  v['a'] does not compile: a character is not an index. */
     CRef element(std::int64_t index) const noexcept { return CRef(qel_var_get_var_x(c(), index)); }
     CRef operator[](std::int64_t index) const noexcept { return element(index); }
+    template <class T>
+        requires is_char_v<T>
+    void operator[](T) const = delete;
     /* Elements of a record array. */
     index_range<element_getter<CRef>> elements() const noexcept {
         return {element_getter<CRef>{c()}, storage_of(qel_var_type(c())) == storage::record ? qel_var_size(c()) : 0};
@@ -198,10 +201,12 @@ public:
         using F = std::remove_reference_t<R>;
         qel_var_change_x(m(), type, multi, context_of(r), &resolver_trampoline<F>);
     }
-    /* The same, with `s` as the schema of the variant and of every member. */
+    /* The same, with `s` as the schema of the variant and of every member.
+     * A temporary schema would be freed while the variant still refers to it. */
     void change(std::uint32_t type, std::uint8_t multi, const qel::schema &s) noexcept {
         qel_var_change_x(m(), type, multi, s.get(), nullptr);
     }
+    void change(std::uint32_t type, std::uint8_t multi, const qel::schema &&s) = delete;
 
     /* --- values --- */
 
@@ -275,18 +280,24 @@ public:
     }
 
     /* --- variant to variant --- */
+    /* Each source is a view or an owner; a temporary owner lives through the
+     * call (it does not convert to a view, which would outlive it). */
 
     /* Appends src's value or values to this array of the same type code. */
     void add_var(var_cref src) noexcept;
+    void add_var(const var &src) noexcept;
     /* Stores src's first value into element `index` (same type code). */
     void set_var(std::int64_t index, var_cref src) noexcept;
+    void set_var(std::int64_t index, const var &src) noexcept;
     /* Makes `dst` a single variant holding element `index` of this one. */
     void get_var(std::int64_t index, var_ref dst) const noexcept;
     /* Deep copy of src into this variant (re-formed when code or form
      * differ; a record keeps members src does not have). */
     void copy_from(var_cref src) noexcept;
+    void copy_from(const var &src) noexcept;
     /* Makes this an array of src's code and appends src's value(s). */
     void append(var_cref src) noexcept;
+    void append(const var &src) noexcept;
 
     /* --- capacity, sort --- */
 
@@ -315,16 +326,22 @@ public:
     var_ref operator[](std::string_view name) noexcept;
     var_ref element(std::int64_t index) noexcept;
     var_ref operator[](std::int64_t index) noexcept;
+    template <class T>
+        requires is_char_v<T>
+    void operator[](T) = delete;
     index_range<element_getter<var_ref>> elements() noexcept;
     member_range<var_ref> members() noexcept;
     /* Makes member `name` a deep copy of src (creating it if absent). */
     void set_member(std::string_view name, var_cref src) noexcept;
+    void set_member(std::string_view name, const var &src) noexcept;
     /* Appends an empty record element to a record array and returns it. */
     var_ref add_new() noexcept;
     /* Appends a deep copy of src to a record array. */
     void add_copy(var_cref src) noexcept;
+    void add_copy(const var &src) noexcept;
     /* Makes element `index` (or a single record itself) a deep copy of src. */
     void set_element(std::int64_t index, var_cref src) noexcept;
+    void set_element(std::int64_t index, const var &src) noexcept;
 
 protected:
     qel_var *m() noexcept { return static_cast<D &>(*this).get(); }
@@ -384,6 +401,8 @@ public:
     [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi, const qel::schema &s) noexcept {
         return adopt(qel_var_new_x(type, multi, s.get(), nullptr));
     }
+    /* A temporary schema would be freed while the variant still refers to it. */
+    static var make(std::uint32_t type, std::uint8_t multi, const qel::schema &&s) = delete;
     /* The C form: a context and a C resolver (or NULL). */
     [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi, void *context, qel_schema_resolver r) noexcept {
         return adopt(qel_var_new_x(type, multi, context, r));
@@ -416,9 +435,31 @@ public:
     void swap(var &o) noexcept { std::swap(p_, o.p_); }
     friend void swap(var &a, var &b) noexcept { a.swap(b); }
     explicit operator bool() const noexcept { return p_ != nullptr; }
-    operator var_ref() noexcept { return var_ref(p_); }
-    operator var_cref() const noexcept { return var_cref(p_); }
-    var_ref ref() noexcept { return var_ref(p_); }
+
+    /* Views and ranges come only from a named owner (an lvalue): those of a
+     * temporary would dangle once it is freed at the end of the statement. */
+    operator var_ref() & noexcept { return var_ref(p_); }
+    operator var_ref() && = delete;
+    operator var_cref() const & noexcept { return var_cref(p_); }
+    operator var_cref() const && = delete;
+    var_ref ref() & noexcept { return var_ref(p_); }
+    var_ref ref() && = delete;
+    template <detail::readable T>
+    [[nodiscard]] detail::index_range<detail::var_value_getter<T>> values() const & noexcept {
+        return var_ops::template values<T>();
+    }
+    template <detail::readable T>
+    void values() const && = delete;
+    [[nodiscard]] detail::index_range<detail::element_getter<var_ref>> elements() & noexcept {
+        return var_ops::elements();
+    }
+    [[nodiscard]] detail::index_range<detail::element_getter<var_cref>> elements() const & noexcept {
+        return var_ops::elements();
+    }
+    void elements() const && = delete;
+    [[nodiscard]] detail::member_range<var_ref> members() & noexcept { return var_ops::members(); }
+    [[nodiscard]] detail::member_range<var_cref> members() const & noexcept { return var_ops::members(); }
+    void members() const && = delete;
 
 private:
     qel_var *p_ = nullptr;
@@ -479,26 +520,62 @@ template <class D>
 inline void var_ops<D>::set_element(std::int64_t index, var_cref src) noexcept {
     qel_var_set_var_x(m(), index, src.get());
 }
+template <class D>
+inline void var_ops<D>::add_var(const var &src) noexcept { qel_var_add_var(m(), src.get()); }
+template <class D>
+inline void var_ops<D>::set_var(std::int64_t index, const var &src) noexcept { qel_var_set_var(m(), index, src.get()); }
+template <class D>
+inline void var_ops<D>::copy_from(const var &src) noexcept { qel_var_copy(m(), src.get()); }
+template <class D>
+inline void var_ops<D>::append(const var &src) noexcept { qel_var_append(m(), src.get()); }
+template <class D>
+inline void var_ops<D>::set_member(std::string_view name, const var &src) noexcept {
+    qel_var_set_val(m(), name.data(), static_cast<std::int64_t>(name.size()), src.get());
+}
+template <class D>
+inline void var_ops<D>::add_copy(const var &src) noexcept { qel_var_add_var_x(m(), src.get()); }
+template <class D>
+inline void var_ops<D>::set_element(std::int64_t index, const var &src) noexcept {
+    qel_var_set_var_x(m(), index, src.get());
+}
 
 template <class T>
 inline const qel_var *var_ptr(const T &v) noexcept {
     return v.get();
 }
 
+/* Requires a variant of code 5 or 6; true when its value, or any element,
+ * is a NaN. */
+inline bool holds_nan(const qel_var *p) noexcept {
+    const std::int64_t n = p->multi != 0 ? qel_var_size(p) : 1;
+    for (std::int64_t i = 0; i < n; ++i) {
+        const double d = qel_var_get_double(p, i);
+        if (d != d) return true;
+    }
+    return false;
+}
+
 } // namespace detail
 
-/* Order of two variants, as qel_var_cmp gives it: form first, then type
- * code, then the single value (32-bit and 64-bit integers unsigned, floats
- * as floats, bytes lexicographically); arrays element by element.  A NaN
- * is equivalent to every number, and two records of one code and form are
- * equivalent whatever their members, so this is the library's order, not a
- * deep equality.  Neither side may be null. */
+/* A partial order of two variants, close to qel_var_cmp but one that
+ * sorting can rely on: form first (the multi byte as a signed 8-bit
+ * number), then the type code compared as unsigned (qel_var_cmp subtracts
+ * codes in 32 bits, which orders codes 2^31 apart in a cycle), then the
+ * library's value rule (integers unsigned, floats as numbers with -0.0
+ * equivalent to +0.0, bytes lexicographically, arrays element by element
+ * with a prefix first).  Float and double values holding a NaN anywhere are
+ * unordered against every value of their code and form, as a NaN is among
+ * numbers.  Two records of one code and form are equivalent whatever their
+ * members: this is an order, not a deep equality.  Neither side may be null. */
 template <var_handle A, var_handle B>
-inline std::weak_ordering operator<=>(const A &a, const B &b) noexcept {
-    const int r = qel_var_cmp(detail::var_ptr(a), detail::var_ptr(b));
-    if (r < 0) return std::weak_ordering::less;
-    if (r > 0) return std::weak_ordering::greater;
-    return std::weak_ordering::equivalent;
+inline std::partial_ordering operator<=>(const A &a, const B &b) noexcept {
+    const qel_var *x = detail::var_ptr(a);
+    const qel_var *y = detail::var_ptr(b);
+    if (x->multi != y->multi) return static_cast<std::int8_t>(x->multi) <=> static_cast<std::int8_t>(y->multi);
+    if (x->type != y->type) return x->type <=> y->type;
+    if ((x->type == 5 || x->type == 6) && (detail::holds_nan(x) || detail::holds_nan(y)))
+        return std::partial_ordering::unordered;
+    return qel_var_cmp(x, y) <=> 0;
 }
 template <var_handle A, var_handle B>
 inline bool operator==(const A &a, const B &b) noexcept {

@@ -50,7 +50,7 @@ public:
     int multi() const noexcept { return qel_xvar_multi(p_); }
     bool is_multi() const noexcept { return qel_xvar_multi(p_) != 0; }
     /* Element count of an array; 0 when single. */
-    std::int64_t size() const noexcept { return qel_xvar_size(p_); }
+    [[nodiscard]] std::int64_t size() const noexcept { return qel_xvar_size(p_); }
     void change(std::uint32_t type, std::uint8_t multi = form::single) noexcept { qel_xvar_change(p_, type, multi); }
     /* Array: n == 0 empties, otherwise the count becomes min(n, capacity).
      * Single: clears the value and the caller value. */
@@ -122,13 +122,17 @@ public:
         set(0, v);
     }
     template <detail::readable T>
-    T get(std::int64_t index = 0) const noexcept {
+    [[nodiscard]] T get(std::int64_t index = 0) const noexcept {
         return detail::get_xvar_value<T>(p_, index);
     }
+    /* The elements read as T; only of a named owner (a temporary's range
+     * would outlive it). */
     template <detail::readable T>
-    detail::index_range<detail::xvar_value_getter<T>> values() const noexcept {
+    [[nodiscard]] detail::index_range<detail::xvar_value_getter<T>> values() const & noexcept {
         return {detail::xvar_value_getter<T>{p_}, qel_xvar_size(p_)};
     }
+    template <detail::readable T>
+    void values() const && = delete;
     /* Caller value of the single variant or of entry `index` (negative: the
      * last entry; up to the capacity). */
     void set_buf(std::int64_t index, std::uint64_t x) noexcept { qel_xvar_set_buf(p_, index, x); }
@@ -180,7 +184,7 @@ public:
     int multi() const noexcept { return qel_xvars_multi(p_); }
     bool is_multi() const noexcept { return qel_xvars_multi(p_) != 0; }
     /* Number of entries. */
-    std::int64_t size() const noexcept { return qel_xvars_size(p_); }
+    [[nodiscard]] std::int64_t size() const noexcept { return qel_xvars_size(p_); }
     /* Number of values of entry `entry` (multi form; 0 when single). */
     std::int64_t entry_size(std::int64_t entry) const noexcept { return qel_xvars_get_size(p_, entry); }
     void change(std::uint32_t type, std::uint8_t multi = form::single) noexcept { qel_xvars_change(p_, type, multi); }
@@ -227,12 +231,14 @@ public:
         }
     }
     template <detail::readable T>
-    T get(std::int64_t entry, std::int64_t pos = 0) const noexcept;
+    [[nodiscard]] T get(std::int64_t entry, std::int64_t pos = 0) const noexcept;
     /* The values of one entry of a multi column set, read as T. */
     template <detail::readable T>
-    detail::index_range<detail::xvars_value_getter<T>> values(std::int64_t entry) const noexcept {
+    [[nodiscard]] detail::index_range<detail::xvars_value_getter<T>> values(std::int64_t entry) const & noexcept {
         return {detail::xvars_value_getter<T>{p_, entry}, qel_xvars_get_size(p_, entry)};
     }
+    template <detail::readable T>
+    void values(std::int64_t entry) const && = delete;
     /* Caller value of value `pos` of a multi entry (negative: the last). */
     void set_buf(std::int64_t entry, std::int64_t pos, std::uint64_t x) noexcept {
         qel_xvars_set_buf(p_, entry, pos, x);

@@ -8,9 +8,9 @@
 //
 // The keyed-insert index (priv_lookup) of a value array is an open-addressing
 // table of entry positions.  It remembers the count it describes and is only
-// trusted while the array's count still equals it; any code that moves or
-// rewrites entries without going through these functions must call
-// drop_lookup() first.
+// trusted while the array's count still equals it, and a hit only once the
+// entry it names holds the key; any code that moves or rewrites entries
+// without going through these functions must call drop_lookup() first.
 #ifndef QEL_STD_INTERNAL_H
 #define QEL_STD_INTERNAL_H
 
@@ -385,9 +385,15 @@ template <typename A>
   return lk;
 }
 
+template <typename A, typename V>
+auto *entry_insert_rebuilt(A *a, V value);
+
 // Requires an initialised array; the entry holding value (lowest position),
 // appended with buf 0 when absent.  Expected O(1) through the index, with one
 // probe sequence: where it ends on an empty slot is where a new value goes.
+// A hit is confirmed by the entry it names: entries rewritten directly while
+// out of use (count lowered, written, raised again) make the index stale,
+// and the first mismatch rebuilds it.
 template <typename A, typename V>
 inline auto *entry_insert(A *a, V value) {
   const int64_t n = in_use(a);
@@ -399,7 +405,11 @@ inline auto *entry_insert(A *a, V value) {
   uint64_t *s = lookup_slots(lk);
   uint64_t i = mix64(key) & lk->mask;
   for (uint64_t v; (v = s[2 * i + 1]) != 0; i = (i + 1) & lk->mask)
-    if (s[2 * i] == key) return &a->entries[v - 1];
+    if (s[2 * i] == key) {
+      auto *e = &a->entries[v - 1];
+      if (value_key(*e) == key) [[likely]] return e;
+      return entry_insert_rebuilt(a, value);
+    }
   if (n == a->capacity) [[unlikely]]
     prepare_append(a);
   a->entries[n].value = value;
@@ -416,6 +426,14 @@ inline auto *entry_insert(A *a, V value) {
   }
   lk->count = n + 1;
   return &a->entries[n];
+}
+
+// Requires an initialised array whose index named an entry not holding its
+// key; entry_insert over a fresh index (whose hits always hold their key).
+template <typename A, typename V>
+[[gnu::noinline]] auto *entry_insert_rebuilt(A *a, V value) {
+  rebuild_lookup(a, in_use(a));
+  return entry_insert(a, value);
 }
 
 // Requires n entries at a sorted ascending by value (unsigned 32-bit order
