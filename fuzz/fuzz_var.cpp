@@ -21,6 +21,7 @@
 //    the exact order of ties and NaNs is pinned by the hand-written goldens.
 #include <qel.h>
 
+#include <map>
 #include <memory>
 #include <qel.hpp>
 #include <string>
@@ -294,15 +295,40 @@ void m_append(MVar &dst, const MVar &src) {
 
 int64_t g_total = 0;  // values and variants in the pool, to bound the work
 
+// The member walk of a single record, entries without a member skipped.
 std::vector<std::pair<std::string, qel_var *>> real_members(qel_var *r) {
   std::vector<std::pair<std::string, qel_var *>> out;
-  void *cursor = nullptr;
-  for (qel_hash_entry *e = qel_hash_entry_first(&r->data.members, &cursor); e;
-       e = qel_hash_entry_next(&r->data.members, &cursor, e))
-    if (e->value != nullptr)
-      out.emplace_back(std::string(r->data.members.key_pool + e->key_offset, e->key_length),
-                       static_cast<qel_var *>(e->value));
+  for (int64_t k = 0, n = qel_var_member_count(r); k < n; ++k) {
+    const char *name = nullptr;
+    int64_t len = -1;
+    if (qel_var *v = qel_var_member_at(r, k, &name, &len)) out.emplace_back(std::string(name, size_t(len)), v);
+  }
   return out;
+}
+
+// Deep equality as qel_var_equal defines it: code and multi byte, values as
+// stored bits or bytes, the members qel_var_get_val finds by name, elements.
+bool m_equal(const MVar &x, const MVar &y) {
+  if (x.type != y.type || x.multi != y.multi) return false;
+  if (x.c() == Cls::record && !x.arr()) {
+    auto visible = [](const MVar &m) {
+      std::map<std::string, const MVar *> out;
+      for (const auto &e : m.members) out[e.first] = e.second.get();  // the newest entry of a name
+      std::erase_if(out, [](const auto &e) { return e.second == nullptr; });
+      return out;
+    };
+    const auto a = visible(x), b = visible(y);
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](const auto &p, const auto &q) { return p.first == q.first && m_equal(*p.second, *q.second); });
+  }
+  if (x.c() == Cls::record)
+    return std::equal(x.elems.begin(), x.elems.end(), y.elems.begin(), y.elems.end(),
+                      [](const auto &p, const auto &q) { return m_equal(*p, *q); });
+  if (!x.arr()) return x.num == y.num && x.str == y.str;
+  if (x.a.count != y.a.count) return false;
+  for (int64_t k = 0; k < x.a.count; ++k)
+    if (x.c() == Cls::bytes ? x.a.at(k).s != y.a.at(k).s : x.a.at(k).v != y.a.at(k).v) return false;
+  return true;
 }
 
 void verify(qel_var *r, MVar &m, const std::string &where) {
@@ -312,6 +338,10 @@ void verify(qel_var *r, MVar &m, const std::string &where) {
                qel_var_multi(r) == static_cast<int8_t>(m.multi) && qel_var_schema(r) == m.schema,
            "%s: type/multi/schema %u/%u/%p, model %u/%u/%p", w, r->type, r->multi, (void *)r->schema, m.type, m.multi,
            (void *)m.schema);
+  const bool walkable = !m.arr() && m.c() == Cls::record;
+  FZ_CHECK(qel_var_member_count(r) == (walkable ? static_cast<int64_t>(m.members.size()) : 0) &&
+               qel_var_member_at(r, walkable ? qel_var_member_count(r) : 0, nullptr, nullptr) == nullptr,
+           "%s: %ld member entries, model %zu", w, qel_var_member_count(r), walkable ? m.members.size() : 0);
   if (!m.arr()) {
     FZ_CHECK(qel_var_size(r) == 0 && r->buf == m.buf, "%s: size %ld buf %lx, model buf %lx", w, qel_var_size(r), r->buf,
              m.buf);
@@ -325,15 +355,15 @@ void verify(qel_var *r, MVar &m, const std::string &where) {
           s.capacity >= s.length && std::string_view(s.bytes ? s.bytes : "", static_cast<size_t>(s.length)) == m.str,
           "%s: string of %ld bytes, model %zu", w, s.length, m.str.size());
     } else {
-      const auto real = real_members(r);
-      size_t k = 0;
-      for (auto &entry : m.members) {
-        if (!entry.second) continue;
-        FZ_CHECK(k < real.size() && real[k].first == entry.first, "%s: member %zu is not '%s'", w, k,
-                 entry.first.c_str());
-        verify(real[k++].second, *entry.second, where + "." + entry.first);
+      for (size_t k = 0; k < m.members.size(); ++k) {  // the walk, entries without a member included
+        const auto &[name, member] = m.members[k];
+        const char *got = nullptr;
+        int64_t len = -1;
+        qel_var *v = qel_var_member_at(r, static_cast<int64_t>(k), &got, &len);
+        FZ_CHECK(std::string_view(got, size_t(len)) == name && (v != nullptr) == (member != nullptr),
+                 "%s: member entry %zu is not '%s'", w, k, name.c_str());
+        if (v != nullptr) verify(v, *member, where + "." + name);
       }
-      FZ_CHECK(k == real.size(), "%s: %zu members, model %zu", w, real.size(), k);
     }
     return;
   }
@@ -719,6 +749,36 @@ void op(Reader &r, Pool &p) {
       const bool exact = x.multi != y.multi || x.type != y.type;
       FZ_CHECK(exact ? got == want : fz::sign(got) == want, "cmp of code %u/%u (multi %u/%u) gave %d, model %d", x.type,
                y.type, x.multi, y.multi, got, want);
+      const bool same = m_equal(x, y);
+      FZ_CHECK(qel_var_equal(a.r, b.r) == same && qel_var_equal(b.r, a.r) == same,
+               "equal of code %u/%u (multi %u/%u) gave %d, model %d", x.type, y.type, x.multi, y.multi,
+               qel_var_equal(a.r, b.r), same);
+      // A copy of a with one thing changed, unequal unless it already held
+      // that: a value zeroed, a string's bytes made 'x', or member `name`
+      // made a copy of b.
+      const int64_t k = x.arr() && x.a.count > 0 ? r.u8() % x.a.count : 0;
+      const std::string name = r.of(kNames);
+      qel::var c(x.type, x.multi);
+      qel_var_copy(c.get(), a.r);
+      auto mc = m_new(x.type, x.multi);
+      m_copy(*mc, x);
+      if (x.c() != Cls::record && (!x.arr() || x.a.count > 0)) {
+        std::string s = x.arr() ? x.a.at(k).s : x.str;
+        std::fill(s.begin(), s.end(), 'x');
+        if (x.c() == Cls::bytes) qel_var_set_string(c.get(), k, s.data(), static_cast<int64_t>(s.size()));
+        else qel_var_set_integer(c.get(), k, 0);
+        if (x.arr()) mc->a.at(k) = Slot{St::known, 0, s, 0};
+        else mc->num = 0, mc->str = s;
+      } else if (!x.arr() && x.record_code()) {
+        qel_var_set_val(c.get(), name.data(), static_cast<int64_t>(name.size()), b.r);
+        MVar *d = m_hash_get(*mc, name);
+        if (d == nullptr) m_hash_insert(*mc, name, m_new(y.type, y.multi)), d = m_hash_get(*mc, name);
+        m_copy(*d, y);
+      }
+      const bool near = m_equal(x, *mc);
+      FZ_CHECK(qel_var_equal(a.r, c.get()) == near && qel_var_equal(c.get(), a.r) == near,
+               "equal of code %u multi %u and a changed copy gave %d, model %d", x.type, x.multi,
+               qel_var_equal(a.r, c.get()), near);
       return;
     }
     case 21: {  // keyed adds

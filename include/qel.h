@@ -30,6 +30,7 @@
 #include <stdint.h>
 
 #include <qel_std.h>
+#include <qel_version.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -787,6 +788,46 @@ QEL_API void qel_xvars_set_buf(qel_xvars *xs, int64_t entry, int64_t pos, uint64
  * set; 0 where it would do nothing (always in the single form).
  */
 QEL_API uint64_t qel_xvars_get_buf(const qel_xvars *xs, int64_t entry, int64_t pos);
+
+/* ========================================================================
+ * Additions to the core interface: deep equality, the member walk of a
+ * record, and the version.  Nothing above depends on them.
+ * ======================================================================== */
+
+/* 1 when `a` and `b` hold the same value, else 0: the same type code and the
+ * same multi byte (compared whole), then single values equal as stored
+ * (floats and doubles by bit pattern, so a NaN equals itself and -0.0 differs
+ * from +0.0), strings byte for byte, arrays entry by entry with the same
+ * count, single records member by member by name whatever the members' order
+ * (the same names with a member, each pair equal), record arrays element by
+ * element, nested as deep as the values go. Caller values and schema pointers
+ * are not compared (compare qel_var_get_buf yourself where they matter). An
+ * equivalence: reflexive, symmetric, transitive. Unlike qel_var_cmp, which
+ * orders and takes any two records of one code and form as equal.
+ */
+QEL_API int qel_var_equal(const qel_var *a, const qel_var *b);
+
+/* The number of entries of a single record's member hash, in O(1); 0 for
+ * anything else. qel_var_size gives 0 for a single record.
+ */
+QEL_API int64_t qel_var_member_count(const qel_var *rec);
+
+/* Entry `i` (0 .. qel_var_member_count - 1) of a single record's members, in
+ * the hash's order (the order members were created), in O(1): the member,
+ * with its name in *name and *name_len (borrowed from the record, not
+ * terminated, valid until the record is next changed; either output may be
+ * NULL). A name whose member was freed by qel_var_shrink gives its name and
+ * NULL; a name listed twice by a schema appears twice, and qel_var_get_val
+ * finds the later one. Out of range, or not a single record: NULL, and NULL
+ * and 0 for the name.
+ */
+QEL_API qel_var *qel_var_member_at(const qel_var *rec, int64_t i, const char **name, int64_t *name_len);
+
+/* QEL_VERSION of the library the program runs with (the headers it was
+ * compiled with give QEL_VERSION; the two differ after an upgrade of the
+ * library alone).
+ */
+QEL_API int qel_version(void);
 
 #ifdef __cplusplus
 } /* extern "C" */
