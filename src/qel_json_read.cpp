@@ -586,10 +586,7 @@ extern "C" int qel_json_read(qel_var *dst, const char *text, int64_t len, void *
     reader r(text, len, context, resolver, flags, err);
     rc = r.run(work);
   }
-  if (rc == QEL_JSON_OK) {
-    std::swap(dst->data, work->data);
-    std::swap(dst->buf, work->buf);
-  }
+  if (rc == QEL_JSON_OK) qel::var_move_storage(dst, work);
   qel_var_free(work);
   return rc;
 }

@@ -374,11 +374,27 @@ void qel_var_free_x(qel_var *var) {
     case storage::bits64: var->data.bits64 = 0; break;
     case storage::bytes: qel_stream_term(&var->data.stream); break;
     case storage::record:
+      if (qel::owns_block(var)) {
+        // The block is the record's own: it stays, its member places marked.
+        qel::members_free(var, true);
+        qel_detail::hash_forget_block(&var->data.members);
+        break;
+      }
       qel::members_free(var, false);  // their block goes with the hash
       qel_hash_term(&var->data.members);
       break;
   }
   var->buf = 0;
+}
+
+// Requires two variants of one type code and multi byte, src from var_alloc.
+void qel::var_move_storage(qel_var *dst, qel_var *src) {
+  qel_var_free_x(dst);
+  dst->data = src->data;
+  dst->buf = src->buf;
+  src->type = 1;  // a single 32-bit value holds nothing to release
+  src->multi = 0;
+  src->data.bits32 = 0;
 }
 
 // Requires a variant or NULL; the element destructor of record arrays.
@@ -405,7 +421,13 @@ void qel_var_change(qel_var *var, uint32_t type, uint8_t multi) {
 // Requires a variant or NULL (which does nothing).
 void qel_var_free(qel_var *var) {
   if (var == nullptr) return;
-  qel_var_free_x(var);
+  if (var->multi == 0 && storage_of(var->type) == storage::record && qel::owns_block(var)) {
+    // Record, members and hash in one block: freed as one.
+    qel::members_free(var, false);
+    qel_detail::hash_forget_block(&var->data.members);
+  } else {
+    qel_var_free_x(var);
+  }
   qel_free(var);
 }
 

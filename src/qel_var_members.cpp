@@ -55,10 +55,17 @@ qel_var *places_of(void *front, uint64_t n) {
 // Requires n <= kMaxBlockMembers; owner bytes of a block for n members.
 size_t block_front(uint64_t n) { return sizeof(member_block) + n * sizeof(qel_var); }
 
-// Requires a single record's member hash; whether m is one of its block's
-// member places.
-bool in_block(const qel_hash *members, const qel_var *m) {
-  const auto *head = static_cast<const member_block *>(members->priv_block);
+// Requires a single record; the head of its block's member places, or NULL.
+// A record made with its members has its block to itself: the record first.
+const member_block *head_of(const qel_var *var) {
+  const void *block = var->data.members.priv_block;
+  if (block == var) return reinterpret_cast<const member_block *>(var + 1);
+  return static_cast<const member_block *>(block);
+}
+
+// Requires a single record; whether m is one of its block's member places.
+bool in_block(const qel_var *var, const qel_var *m) {
+  const member_block *head = head_of(var);
   if (head == nullptr) return false;
   const auto at = reinterpret_cast<uintptr_t>(m);
   const auto first = reinterpret_cast<uintptr_t>(head + 1);
@@ -79,53 +86,105 @@ void mark_released(qel_var *m) {
 
 // Requires a member of this record: frees it (a place in the block: releases
 // its storage, and marks the place when the block stays).
-void release(qel_hash *members, qel_var *m, bool block_stays) {
-  if (!in_block(members, m)) return qel_var_free(m);
+void release(const qel_var *var, qel_var *m, bool block_stays) {
+  if (!in_block(var, m)) return qel_var_free(m);
   qel_var_free_x(m);
   if (block_stays) mark_released(m);
+}
+
+
+// Requires a schema and the path of records being built above; whether a
+// record of this schema gets its members here: not when the schema is already
+// being built further up the path, nor at the depth bound (then the record
+// stays without members).
+bool may_build(const qel_schema *schema, const qel::build_path *up) {
+  if (schema == nullptr) return false;
+  const unsigned depth = up != nullptr ? up->depth + 1 : 1;
+  if (depth > qel::kMaxBuildDepth) return false;
+  for (const qel::build_path *p = up; p != nullptr; p = p->up)
+    if (p->schema == schema) return false;
+  return true;
+}
+
+// What a block for a schema's members holds: a place for each member listed
+// now and room for their names (none when the schema is empty or too large).
+struct block_plan {
+  uint32_t places;
+  uint32_t key_bytes;
+};
+
+// Requires a schema; the block its records' members get.
+block_plan plan_of(const qel_schema *schema) {
+  const int64_t listed = qel_detail::in_use(schema);
+  int64_t keys = schema->pool.length < schema->pool.capacity ? schema->pool.length : schema->pool.capacity;
+  if (keys < 0) keys = 0;
+  if (listed <= 0 || listed > kMaxBlockMembers || keys > kMaxBlockKeys) return {0, 0};
+  return {static_cast<uint32_t>(listed), static_cast<uint32_t>(keys)};
+}
+
+// Requires a single record with an initialised member hash (empty but for a
+// block with in_place places, when places is not NULL), its schema allowed by
+// may_build, and here the path with it: creates the members the schema lists,
+// in order, the first in_place in the block's places.
+void fill(qel_var *var, qel_var *places, int64_t in_place, void *context, qel_schema_resolver resolver,
+          const qel::build_path *here) {
+  const qel_schema *schema = var->schema;
+  qel_hash *members = &var->data.members;
+  for (int64_t i = 0; i < qel_detail::in_use(schema); ++i) {
+    const uint32_t tag = qel_detail::array_tag(schema, i);
+    const uint32_t type = tag & 0xFFFFu;
+    const auto multi = static_cast<uint8_t>(tag >> 16);
+    qel_var *member = i < in_place ? qel::var_make_at(&places[i], type, multi, context, resolver, here)
+                                   : qel::var_new_at(type, multi, context, resolver, here);
+    // The name only now: a resolver may have changed this schema meanwhile.
+    const char *name = nullptr;
+    int64_t length = 0;
+    qel_detail::array_entry(schema, i, &name, &length);
+    const auto len = static_cast<uint32_t>(length);  // a string array's lengths are 32-bit
+    qel_hash_entry *entry = qel_detail::hash_insert_in_block(members, name, len, qel_detail::key_hash(name, len), member);
+    if (entry == nullptr) entry = qel_hash_insert(members, name, length, member);
+    if (entry == nullptr || entry->value != member) release(var, member, true);  // the hash kept no place for it
+  }
 }
 
 }  // namespace
 
 // Requires a single record with an initialised, empty member hash: creates the
-// members its schema lists, unless the schema is already being built further
-// up this path or the path is at the depth bound (then the record stays
-// without members).
+// members its schema lists, unless may_build says otherwise.
 void qel::members_new(qel_var *var, void *context, qel_schema_resolver resolver, const build_path *up) {
-  const qel_schema *schema = var->schema;
-  if (schema == nullptr) return;
-  const unsigned depth = up != nullptr ? up->depth + 1 : 1;
-  if (depth > kMaxBuildDepth) return;
-  for (const build_path *p = up; p != nullptr; p = p->up)
-    if (p->schema == schema) return;
-  const build_path here{schema, up, depth};
-  qel_hash *members = &var->data.members;
-  const int64_t listed = qel_detail::in_use(schema);
-  int64_t key_bytes = schema->pool.length < schema->pool.capacity ? schema->pool.length : schema->pool.capacity;
-  if (key_bytes < 0) key_bytes = 0;
+  if (!may_build(var->schema, up)) return;
+  const build_path here{var->schema, up, up != nullptr ? up->depth + 1 : 1};
+  const block_plan plan = plan_of(var->schema);
   qel_var *places = nullptr;
-  int64_t in_place = 0;
-  if (listed > 0 && listed <= kMaxBlockMembers && key_bytes <= kMaxBlockKeys) {
-    const auto n = static_cast<uint32_t>(listed);
-    places = places_of(qel_detail::hash_reserve_block(members, block_front(n), n, static_cast<uint32_t>(key_bytes)), n);
-    in_place = listed;
-  }
-  for (int64_t i = 0; i < qel_detail::in_use(schema); ++i) {
-    const char *name = nullptr;
-    int64_t length = 0;
-    const uint32_t tag = qel_detail::array_entry(schema, i, &name, &length);
-    const uint32_t type = tag & 0xFFFFu;
-    const auto multi = static_cast<uint8_t>(tag >> 16);
-    qel_var *member = i < in_place ? var_make_at(&places[i], type, multi, context, resolver, &here)
-                                   : var_new_at(type, multi, context, resolver, &here);
-    // Read the name again: a resolver may have changed this schema meanwhile.
-    qel_detail::array_entry(schema, i, &name, &length);
-    const auto len = static_cast<uint32_t>(length);  // a string array's lengths are 32-bit
-    qel_hash_entry *entry = qel_detail::hash_insert_in_block(members, name, len, qel_detail::key_hash(name, len), member);
-    if (entry == nullptr) entry = qel_hash_insert(members, name, length, member);
-    if (entry == nullptr || entry->value != member) release(members, member, true);  // the hash kept no place for it
-  }
+  if (plan.places != 0)
+    places = places_of(qel_detail::hash_reserve_block(&var->data.members, block_front(plan.places), plan.places,
+                                                      plan.key_bytes),
+                       plan.places);
+  fill(var, places, plan.places, context, resolver, &here);
 }
+
+// Requires a record-class code; a single record of that code and schema made
+// with its members in one block, the record first, or NULL (nothing made,
+// nothing called) when its members would not share a block.
+qel_var *qel::record_new_at(uint32_t type, qel_schema *schema, void *context, qel_schema_resolver resolver,
+                            const build_path *up) {
+  if (!may_build(schema, up)) return nullptr;
+  const block_plan plan = plan_of(schema);
+  if (plan.places == 0) return nullptr;
+  qel_hash members;
+  qel_detail::hash_init(&members);
+  void *block = qel_detail::hash_reserve_block(&members, sizeof(qel_var) + block_front(plan.places), plan.places,
+                                               plan.key_bytes);
+  qel_var *var = var_at(block, type, 0, schema);
+  var->data.members = members;
+  const build_path here{schema, up, up != nullptr ? up->depth + 1 : 1};
+  fill(var, places_of(var + 1, plan.places), plan.places, context, resolver, &here);
+  return var;
+}
+
+// Requires a single record; whether it was made with its members' block
+// (record_new_at), which it then holds until it is freed.
+bool qel::owns_block(const qel_var *var) { return var->data.members.priv_block == var; }
 
 // Requires a single record; frees its members, leaving NULL in their entries
 // (places in the block are marked unless the block goes right after).
@@ -133,7 +192,7 @@ void qel::members_free(qel_var *var, bool block_stays) {
   qel_hash *members = &var->data.members;
   for (uint32_t k = 0; qel_hash_entry *e = qel_detail::hash_entry_at(members, k); ++k) {
     if (e->value == nullptr) continue;
-    release(members, static_cast<qel_var *>(e->value), block_stays);
+    release(var, static_cast<qel_var *>(e->value), block_stays);
     e->value = nullptr;
   }
 }

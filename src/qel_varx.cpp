@@ -34,7 +34,12 @@ qel_var *qel::var_make_at(void *place, uint32_t type, uint8_t multi, void *conte
 // Requires nothing: var_make_at in a block of its own.
 qel_var *qel::var_new_at(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
                          const build_path *path) {
-  return var_make_at(qel_malloc(sizeof(qel_var)), type, multi, context, resolver, path);
+  qel_schema *schema = resolver != nullptr ? resolver(context, type) : static_cast<qel_schema *>(context);
+  if (multi == 0 && storage_of(type) == qel::storage::record)
+    if (qel_var *var = record_new_at(type, schema, context, resolver, path)) return var;
+  qel_var *var = var_alloc(type, multi, schema);
+  var_init_at(var, context, resolver, path);
+  return var;
 }
 
 extern "C" {

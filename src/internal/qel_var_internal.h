@@ -60,6 +60,15 @@ qel_var *var_make_at(void *place, uint32_t type, uint8_t multi, void *context, q
 // the members its schema lists (qel_var_members.cpp).
 void members_new(qel_var *var, void *context, qel_schema_resolver resolver, const build_path *path);
 
+// Requires a record-class code: a single record with that schema whose
+// members share one block with it (qel_var_members.cpp), or NULL when they
+// would not (nothing made, no resolver called).
+qel_var *record_new_at(uint32_t type, qel_schema *schema, void *context, qel_schema_resolver resolver,
+                       const build_path *path);
+
+// Requires a single record: whether it shares one block with its members.
+bool owns_block(const qel_var *var);
+
 // Requires a single record: frees its members and nulls their entries;
 // block_stays unless the hash is terminated right after.
 void members_free(qel_var *var, bool block_stays);
@@ -72,6 +81,13 @@ bool members_clonable(const qel_hash *shape);
 // clonable shape: the shape's keys in its order, each entry's value a place in
 // a new block (returned, places not yet initialised).
 qel_var *members_clone_shape(qel_hash *members, const qel_hash *shape);
+
+// Requires two variants of one type code and multi byte, src made by
+// var_alloc: dst's storage is released and replaced by src's (with its buf),
+// src is left holding nothing (only for qel_var_free).  A record made with its
+// members in one block (record_new_at) keeps that block to itself, so storage
+// moves between records only this way.
+void var_move_storage(qel_var *dst, qel_var *src);
 
 // Requires two variants whose trees share no node: the deep copy without
 // alias checks (qel_var_copy's recursion).

@@ -483,6 +483,35 @@ inline uint32_t array_entry(const qel_array *a, int64_t index, const char **byte
   return static_cast<uint32_t>(e.buf);
 }
 
+// Requires an initialised string array; entry index's tag, or 0 outside
+// 0..count-1 (the tag array_entry gives).
+inline uint32_t array_tag(const qel_array *a, int64_t index) {
+  return index >= 0 && index < in_use(a) ? static_cast<uint32_t>(a->entries[index].buf) : 0;
+}
+
+// Requires n bytes readable at src and writable at dst, apart; copies them,
+// short runs (the usual keys) without a call.
+inline void copy_bytes(char *dst, const char *src, size_t n) {
+  if (n > 16) {
+    std::memcpy(dst, src, n);
+  } else if (n >= 8) {
+    const uint64_t a = load64(src), b = load64(src + n - 8);
+    std::memcpy(dst, &a, 8);
+    std::memcpy(dst + n - 8, &b, 8);
+  } else if (n >= 4) {
+    uint32_t a, b;
+    std::memcpy(&a, src, 4);
+    std::memcpy(&b, src + n - 4, 4);
+    std::memcpy(dst, &a, 4);
+    std::memcpy(dst + n - 4, &b, 4);
+  } else if (n > 0) {
+    const char a = src[0], m = src[n >> 1], z = src[n - 1];
+    dst[0] = a;
+    dst[n >> 1] = m;
+    dst[n - 1] = z;
+  }
+}
+
 // ---------------------------------------------------------------- hash lookup
 
 // priv_flags of a hash.  A hash may hold one block (priv_block): first a part
@@ -527,6 +556,31 @@ inline qel_hash_entry *hash_find(const qel_hash *h, const char *key, int64_t len
 inline void *hash_get(const qel_hash *h, const char *key, int64_t length) {
   qel_hash_entry *e = hash_find(h, key, length);
   return e != nullptr ? e->value : nullptr;
+}
+
+// Requires a hash record; an empty hash (qel_hash_init without the call).
+inline void hash_init(qel_hash *h) {
+  h->key_pool = nullptr;
+  h->priv_entries = nullptr;
+  h->priv_slots = nullptr;
+  h->priv_key_length = 0;
+  h->priv_key_capacity = 0;
+  h->priv_count = 0;
+  h->priv_capacity = 0;
+  h->priv_slot_mask = 0;
+  h->priv_flags = 0;
+  h->priv_block = nullptr;
+}
+
+// Requires an initialised hash; releases what it holds apart from its block
+// and leaves it empty, without the block, which its owner frees or keeps.
+inline void hash_forget_block(qel_hash *h) {
+  if (!(h->priv_flags & kHashInBlock)) {
+    std::free(h->key_pool);
+    std::free(h->priv_entries);
+    std::free(h->priv_slots);
+  }
+  hash_init(h);
 }
 
 // Requires 0 < n <= 2^30; slots for n entries at load 1/2 or less.
@@ -615,7 +669,7 @@ inline qel_hash_entry *hash_insert_in_block(qel_hash *h, const char *key, uint32
       return nullptr;  // present: qel_hash_insert's rules for a second entry
   }
   const uint32_t offset = h->priv_key_length;
-  if (len != 0) std::memcpy(h->key_pool + offset, key, len);
+  copy_bytes(h->key_pool + offset, key, len);
   h->priv_key_length = offset + len;
   qel_hash_entry &e = h->priv_entries[k];
   e.key_offset = offset;
