@@ -17,10 +17,16 @@
 //  - out-of-range reads give 0 / NULL, writes do nothing; shrink with a
 //    negative n does nothing; cmp of arrays goes element by element, a
 //    prefix ordering first;
+//  - JSON: any variant's text, read into a fresh variant of the same shape,
+//    gives the same text (elements of record arrays are made by the reader
+//    through the resolver, so only those matching such an element count);
 //  - sorts are checked for order (floats: when no NaN is held) and contents;
 //    the exact order of ties and NaNs is pinned by the hand-written goldens.
 #include <qel.h>
+#include <qel_json.h>
 
+#include <algorithm>
+#include <cmath>
 #include <map>
 #include <memory>
 #include <qel.hpp>
@@ -458,6 +464,144 @@ Text pick_text(Reader &r, Pool &p, const Handle &dst, bool allow_measure = true)
   if (how == 0 && storage_bytes(dst, r, t)) return t;
   if (how == 1 && storage_bytes(pick_handle(r, p, static_cast<int>(r.pick(kPool))), r, t)) return t;
   return fz::outside(r, how == 2 ? 0 : how == 3 ? 1 : 2, allow_measure);
+}
+
+// ---------------------------------------------------------------------------
+// JSON round trip: a variant's text read into a fresh variant of the same
+// shape gives the same text again (so the same values, floats bit for bit).
+
+qel_schema *json_resolver(void *, uint32_t type) { return resolve(type); }
+
+// Requires nothing: whether the bytes are UTF-8 (decoded to code points:
+// no overlong form, no surrogate, nothing above U+10FFFF).
+bool valid_utf8(const char *p, int64_t n) {
+  for (int64_t i = 0; i < n;) {
+    const auto c = static_cast<unsigned char>(p[i]);
+    const int len = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+    if (len == 0 || i + len > n) return false;
+    uint32_t cp = len == 1 ? c : c & (0x7Fu >> len);
+    for (int k = 1; k < len; ++k) {
+      const auto b = static_cast<unsigned char>(p[i + k]);
+      if ((b >> 6) != 2) return false;
+      cp = cp << 6 | (b & 0x3Fu);
+    }
+    const uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (cp < least[len] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+    i += len;
+  }
+  return true;
+}
+
+// Requires a variant: the non-empty members of a single record, in order.
+std::vector<std::pair<std::string, qel_var *>> live_members(const qel_var *v) {
+  std::vector<std::pair<std::string, qel_var *>> out;
+  auto *h = const_cast<qel_hash *>(&v->data.members);
+  void *cursor = nullptr;
+  for (qel_hash_entry *e = qel_hash_entry_first(h, &cursor); e; e = qel_hash_entry_next(h, &cursor, e))
+    if (e->value) out.emplace_back(std::string(h->key_pool + e->key_offset, e->key_length), static_cast<qel_var *>(e->value));
+  return out;
+}
+
+struct JsonScan {
+  bool nonfinite = false, bad_utf8 = false, elements_fit = true;
+  int depth = 0;  // arrays and objects nested
+};
+
+// Requires a variant (a fresh one for `fresh`): whether both have the same
+// codes, forms and member names in order, down to (not into) record arrays.
+bool same_shape(const qel_var *a, const qel_var *b) {
+  if (a->type != b->type || a->multi != b->multi) return false;
+  if (cls(a->type) != Cls::record || a->multi != 0) return true;
+  const auto ma = live_members(a), mb = live_members(b);
+  if (ma.size() != mb.size()) return false;
+  for (size_t i = 0; i < ma.size(); ++i)
+    if (ma[i].first != mb[i].first || !same_shape(ma[i].second, mb[i].second)) return false;
+  return true;
+}
+
+// Requires a variant: what its JSON holds and whether each record-array
+// element matches the element a reader makes for it.
+void json_scan(const qel_var *v, int level, JsonScan &s) {
+  const Cls c = cls(v->type);
+  if (c == Cls::record || v->multi != 0) s.depth = std::max(s.depth, level + 1);
+  const int64_t n = v->multi != 0 ? qel_var_size(v) : 1;
+  if (c == Cls::b32 || c == Cls::b64) {
+    for (int64_t i = 0; i < n && v->type >= 5 && v->type <= 6; ++i)
+      s.nonfinite |= !std::isfinite(qel_var_get_double(v, i));
+  } else if (c == Cls::bytes) {
+    for (int64_t i = 0; i < n; ++i) {
+      const char *t = nullptr;
+      int64_t len = 0;
+      qel_var_get_string(v, i, &t, &len);
+      s.bad_utf8 |= !valid_utf8(t, len);
+    }
+  } else if (v->multi != 0) {
+    for (int64_t i = 0; i < v->data.vars.count; ++i) {
+      const auto *e = static_cast<const qel_var *>(v->data.vars.entries[i]);
+      if (e == nullptr) continue;
+      qel_var *fresh = qel_var_new_x(v->type, 0, &g_context_tag, json_resolver);
+      s.elements_fit &= same_shape(e, fresh);
+      qel_var_free(fresh);
+      json_scan(e, level + 1, s);
+    }
+  } else {
+    for (const auto &m : live_members(v)) {
+      s.bad_utf8 |= !valid_utf8(m.first.data(), static_cast<int64_t>(m.first.size()));
+      json_scan(m.second, level + 1, s);
+    }
+  }
+}
+
+// Requires a variant: a fresh tree of the same codes, forms and member
+// names, holding nothing (record arrays: no elements, src's schema).
+qel_var *json_shape(const qel_var *src) {
+  qel_var *v = qel_var_new(src->type, src->multi);
+  if (cls(src->type) == Cls::record && src->multi != 0) v->schema = src->schema;
+  if (cls(src->type) == Cls::record && src->multi == 0)
+    for (const auto &m : live_members(src))
+      qel_hash_insert(&v->data.members, m.first.data(), static_cast<int64_t>(m.first.size()), json_shape(m.second));
+  return v;
+}
+
+std::string json_text(const qel_var *v, unsigned flags, int *rc) {
+  qel_stream s;
+  qel_stream_init(&s);
+  qel_stream_append(&s, "<", 1);
+  *rc = qel_json_write(v, &s, flags);
+  FZ_CHECK(*rc == QEL_JSON_OK || s.length == 1, "json write failed (%d) but appended", *rc);
+  std::string out(s.bytes + 1, static_cast<size_t>(s.length - 1));
+  qel_stream_term(&s);
+  return out;
+}
+
+void json_round_trip(const Handle &h, Reader &r) {
+  const unsigned flags = r.flag() ? QEL_JSON_INDENT : 0;
+  JsonScan s;
+  json_scan(h.r, 0, s);
+  int rc = 0;
+  const std::string text = json_text(h.r, flags, &rc);
+  FZ_TRACE("  json %s: rc %d, %zu bytes", flags ? "indented" : "compact", rc, text.size());
+  if (s.nonfinite || s.bad_utf8) {
+    FZ_CHECK((s.nonfinite && rc == QEL_JSON_ERR_NONFINITE) || (s.bad_utf8 && rc == QEL_JSON_ERR_UTF8),
+             "json write gave %d for nonfinite %d, bad UTF-8 %d", rc, s.nonfinite, s.bad_utf8);
+    return;
+  }
+  FZ_CHECK(rc == QEL_JSON_OK, "json write failed: %d", rc);
+  qel_var *fresh = json_shape(h.r);
+  int rc2 = 0;
+  const std::string before = json_text(fresh, 0, &rc2);
+  qel_json_error err;
+  const int rr = qel_json_read(fresh, text.data(), static_cast<int64_t>(text.size()), &g_context_tag, json_resolver, 0, &err);
+  const std::string after = json_text(fresh, flags, &rc2);
+  if (s.depth > QEL_JSON_MAX_DEPTH) {
+    FZ_CHECK(rr == QEL_JSON_ERR_DEPTH, "json read of %d levels gave %d", s.depth, rr);
+  } else if (s.elements_fit) {
+    FZ_CHECK(rr == QEL_JSON_OK && after == text, "json round trip: read %d (%s)\n    wrote %s\n    reread %s", rr,
+             err.message, text.substr(0, 150).c_str(), after.substr(0, 150).c_str());
+  }
+  if (rr != QEL_JSON_OK)
+    FZ_CHECK(json_text(fresh, 0, &rc2) == before, "failed json read (%d) changed its destination", rr);
+  qel_var_free(fresh);
 }
 
 void verify_pool(Pool &p) {
@@ -920,7 +1064,11 @@ void op(Reader &r, Pool &p) {
                (void *)want);
       return;
     }
-    default: {  // schema readers on the fixed schemas
+    default: {  // JSON round trip of the variant, or schema readers on the fixed schemas
+      if (r.flag()) {
+        json_round_trip(h, r);
+        return;
+      }
       const SchemaDef *d = r.pick(3) == 0 ? &g_a : r.flag() ? &g_b : &g_self;
       const std::string name = r.of(kNames);
       uint32_t t = 12345;
