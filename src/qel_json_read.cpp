@@ -1,9 +1,10 @@
 // JSON text read into a full variant whose type code, form and schema say
 // what the text must hold.
 //
-// The text is read into a private deep copy of the destination, which is
-// swapped in only when the whole text has been read, so a failed read
-// changes nothing.  Descent is recursive with small frames and stops at
+// The text is read straight into the destination, every change recorded in
+// an undo log first, so a failed read is rolled back and changes nothing.  A
+// text that needs a member created from the schema is read instead into a
+// private deep copy, swapped in only when the whole text has been read.  Descent is recursive with small frames and stops at
 // QEL_JSON_MAX_DEPTH open arrays and objects, so no text can exhaust the
 // call stack.
 #include <qel_json.h>
@@ -16,6 +17,7 @@
 #include "internal/qel_convert.h"
 #include "internal/qel_json_number.h"
 #include "internal/qel_json_text.h"
+#include "internal/qel_json_undo.h"
 #include "internal/qel_var_internal.h"
 #include "qel_std_internal.h"
 
@@ -29,11 +31,18 @@ namespace {
 bool is_ws(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
+// Internal result: the read needs a member created, which the undo log
+// cannot take back; the caller reads into a copy instead.
+constexpr int kNeedsCopy = -1;
+
 class reader {
  public:
+  // With an undo log the destination is changed in place, every change
+  // logged; without one it must be a private copy.
   reader(const char *text, int64_t len, void *context, qel_schema_resolver resolver, unsigned flags,
-         qel_json_error *err)
-      : begin_(text), p_(text), end_(text + len), context_(context), resolver_(resolver), flags_(flags), err_(err) {
+         qel_json_error *err, qel::json::undo_log *undo)
+      : begin_(text), p_(text), end_(text + len), context_(context), resolver_(resolver), flags_(flags), err_(err),
+        undo_(undo) {
     qel_stream_init(&scratch_);
   }
   ~reader() { qel_stream_term(&scratch_); }
@@ -105,6 +114,10 @@ class reader {
                   found_text != nullptr ? found_text : found());
     return code;
   }
+
+  // Requires nothing: whether changes here must be logged (not inside an
+  // element made by this read, which goes away with its array).
+  bool logging() const { return undo_ != nullptr && fresh_ == 0; }
 
   // ---- lexing ----
 
@@ -286,19 +299,30 @@ class reader {
       case storage::bits32: {
         uint32_t bits = 0;
         if (!scalar(v->type, &bits, nullptr)) return false;
+        if (logging()) undo_->number(v);
         v->data.bits32 = bits;
         return true;
       }
       case storage::bits64: {
         uint64_t bits = 0;
         if (!scalar(v->type, nullptr, &bits)) return false;
+        if (logging()) undo_->number(v);
         v->data.bits64 = bits;
         return true;
       }
       case storage::bytes: {
         if (p_ >= end_ || *p_ != '"') return fail(mismatch(), "expected a string") == 0;
-        qel_stream_shrink(&v->data.stream, 0);
-        return string(&v->data.stream);
+        qel_stream_shrink(&scratch_, 0);
+        if (!string(&scratch_)) return false;
+        if (logging()) {
+          if (scratch_.length <= v->data.stream.capacity) {
+            undo_->rewrite(v, scratch_.bytes, scratch_.length);
+            return true;
+          }
+          undo_->set_aside(v);
+        }
+        qel_stream_copy(&v->data.stream, scratch_.bytes, scratch_.length);
+        return true;
       }
       case storage::record: return object(v, depth);
     }
@@ -377,11 +401,15 @@ class reader {
     if (!deeper(depth)) return false;
     ++p_;
     const storage cls = storage_of(v->type);
-    switch (cls) {
-      case storage::bits32: qel_arrayd_remove_all(&v->data.arrayd); break;
-      case storage::bits64: qel_arrayx_remove_all(&v->data.arrayx); break;
-      case storage::bytes: qel_array_remove_all(&v->data.array); break;
-      case storage::record: qel_arrays_free_all(&v->data.vars, qel_var_term); break;
+    if (logging()) {
+      undo_->set_aside(v);
+    } else {
+      switch (cls) {
+        case storage::bits32: qel_arrayd_remove_all(&v->data.arrayd); break;
+        case storage::bits64: qel_arrayx_remove_all(&v->data.arrayx); break;
+        case storage::bytes: qel_array_remove_all(&v->data.array); break;
+        case storage::record: qel_arrays_free_all(&v->data.vars, qel_var_term); break;
+      }
     }
     skip_ws();
     if (p_ < end_ && *p_ == ']') {
@@ -434,7 +462,10 @@ class reader {
           qel::var_init_at(e, context_, nullptr, nullptr);
         }
         qel_arrays_append(&v->data.vars, e);  // owned by the array from here on
-        return object(e, depth + 1);
+        ++fresh_;
+        const bool ok = object(e, depth + 1);
+        --fresh_;
+        return ok;
       }
     }
     return false;
@@ -498,6 +529,10 @@ class reader {
     uint8_t multi = 0;
     if (v->schema == nullptr || qel_var_schema_find(v->schema, scratch_.bytes, scratch_.length, &type, &multi) < 0)
       return true;
+    if (logging()) {  // a new member could not be taken back: start again on a copy
+      code_ = kNeedsCopy;
+      return false;
+    }
     qel_var *made = qel_var_new_x(type, multi, context_, resolver_);
     qel_hash_entry *e = qel_hash_insert(&v->data.members, scratch_.bytes, scratch_.length, made);
     if (e == nullptr || e->value != made) {
@@ -553,6 +588,8 @@ class reader {
   qel_schema_resolver resolver_;
   unsigned flags_;
   qel_json_error *err_;
+  qel::json::undo_log *undo_;
+  int fresh_ = 0;  // elements made by this read that are being read into
   int code_ = QEL_JSON_OK;
   const char *member_ = nullptr;  // raw name of the innermost member being read
   int64_t member_len_ = 0;
@@ -576,6 +613,17 @@ extern "C" int qel_json_read(qel_var *dst, const char *text, int64_t len, void *
     err->column = 0;
     err->message[0] = '\0';
   }
+  {
+    qel::json::undo_log undo;
+    reader r(text, len, context, resolver, flags, err, &undo);
+    const int rc = r.run(dst);
+    if (rc == QEL_JSON_OK) {
+      undo.commit();
+      return rc;
+    }
+    undo.roll_back();
+    if (rc != kNeedsCopy) return rc;
+  }
   // A private deep copy: members created by name keep their own schemas.
   qel_var *work = qel::var_alloc(dst->type, dst->multi, nullptr);
   qel::var_init_at(work, nullptr, nullptr, nullptr);
@@ -583,7 +631,7 @@ extern "C" int qel_json_read(qel_var *dst, const char *text, int64_t len, void *
   work->schema = dst->schema;
   int rc = QEL_JSON_OK;
   {
-    reader r(text, len, context, resolver, flags, err);
+    reader r(text, len, context, resolver, flags, err, nullptr);
     rc = r.run(work);
   }
   if (rc == QEL_JSON_OK) qel::var_move_storage(dst, work);

@@ -171,6 +171,11 @@ TEST_F(Json, ReadsIntoTheShapeOfTheDestination) {
   EXPECT_EQ(qel_var_get_long(vt::member(r, "id"), 0), 8);
   deep = "{\"zz\":" + std::string(1000, '[') + std::string(1000, ']') + "}";  // 1001 levels
   EXPECT_EQ(read(r, deep.c_str(), QEL_JSON_SKIP_UNKNOWN), QEL_JSON_ERR_DEPTH);
+  qel_var_shrink(r, 0);  // members freed, names kept: a read creates them again
+  EXPECT_EQ(read(r, "{\"id\": 3, \"name\": 1}"), QEL_JSON_ERR_TYPE);
+  EXPECT_EQ(write(r), "{}");
+  EXPECT_EQ(read(r, "{\"id\": 3}"), 0);
+  EXPECT_EQ(write(r), "{\"id\":3}");
   qel_var_free(r);
 }
 

@@ -1,0 +1,119 @@
+// The JSON reader's undo log: every change it makes to the destination is
+// recorded first (an old number, the old bytes of a string rewritten in
+// place, or a whole container set aside), so that a failed read can put the
+// destination back exactly, and a successful one need not copy it first.
+#ifndef QEL_INTERNAL_JSON_UNDO_H
+#define QEL_INTERNAL_JSON_UNDO_H
+
+#include <qel.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include "internal/qel_var_internal.h"
+
+namespace qel::json {
+
+class undo_log {
+ public:
+  undo_log() { qel_stream_init(&bytes_); }
+  ~undo_log() {
+    if (entries_ != inline_) qel_free(entries_);
+    qel_stream_term(&bytes_);
+  }
+  undo_log(const undo_log &) = delete;
+  undo_log &operator=(const undo_log &) = delete;
+
+  // Requires a single variant of the 32-bit or 64-bit class: remembers its value.
+  void number(qel_var *v) { std::memcpy(&push(v, kind::number).bits, &v->data, sizeof(uint64_t)); }
+
+  // Requires a single string variant and n <= its capacity: remembers its
+  // bytes, then rewrites them in place with n bytes at s.
+  void rewrite(qel_var *v, const char *s, int64_t n) {
+    qel_stream &st = v->data.stream;
+    entry &e = push(v, kind::bytes);
+    e.bits = static_cast<uint64_t>(st.length);
+    e.at = bytes_.length;
+    if (st.length > 0) qel_stream_append(&bytes_, st.bytes, st.length);
+    if (n > 0) std::memcpy(st.bytes, s, static_cast<size_t>(n));
+    st.length = n;
+  }
+
+  // Requires an initialised variant: sets its storage aside and gives it
+  // fresh, empty storage of the same kind (its caller value stays).
+  void set_aside(qel_var *v) {
+    entry &e = push(v, kind::storage);
+    e.old = v->data;
+    e.bits = v->buf;
+    qel::var_init_at(v, nullptr, nullptr, nullptr);
+    v->buf = e.bits;
+  }
+
+  // Requires nothing: the read succeeded; storage set aside is freed.
+  void commit() {
+    for (int64_t i = 0; i < count_; ++i) {
+      const entry &e = entries_[i];
+      if (e.k != kind::storage) continue;
+      qel_var old = *e.var;
+      old.data = e.old;
+      qel_var_free_x(&old);
+    }
+    count_ = 0;
+  }
+
+  // Requires nothing: every recorded change is undone, newest first.
+  void roll_back() {
+    for (int64_t i = count_ - 1; i >= 0; --i) {
+      const entry &e = entries_[i];
+      switch (e.k) {
+        case kind::number: std::memcpy(&e.var->data, &e.bits, sizeof(uint64_t)); break;
+        case kind::bytes: {
+          qel_stream &st = e.var->data.stream;
+          st.length = static_cast<int64_t>(e.bits);
+          if (st.length > 0) std::memcpy(st.bytes, bytes_.bytes + e.at, static_cast<size_t>(st.length));
+          break;
+        }
+        case kind::storage:
+          qel_var_free_x(e.var);
+          e.var->data = e.old;
+          e.var->buf = e.bits;
+          break;
+      }
+    }
+    count_ = 0;
+  }
+
+ private:
+  enum class kind : uint8_t { number, bytes, storage };
+  struct entry {
+    qel_var *var;
+    kind k;
+    uint64_t bits;  // number: the old bits; bytes: the old length; storage: the caller value
+    int64_t at;     // bytes: where the old bytes are in bytes_
+    decltype(qel_var::data) old;
+  };
+
+  entry &push(qel_var *v, kind k) {
+    if (count_ == capacity_) {
+      auto *grown = static_cast<entry *>(qel_malloc(sizeof(entry) * static_cast<size_t>(2 * capacity_)));
+      std::memcpy(static_cast<void *>(grown), entries_, sizeof(entry) * static_cast<size_t>(count_));
+      if (entries_ != inline_) qel_free(entries_);
+      entries_ = grown;
+      capacity_ *= 2;
+    }
+    entry &e = entries_[count_++];
+    e.var = v;
+    e.k = k;
+    return e;
+  }
+
+  entry inline_[16];
+  entry *entries_ = inline_;
+  int64_t count_ = 0;
+  int64_t capacity_ = 16;
+  qel_stream bytes_;  // old bytes of strings rewritten in place
+};
+
+}  // namespace qel::json
+
+#endif
