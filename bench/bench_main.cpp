@@ -65,6 +65,8 @@ const std::vector<workload> &workloads() {
       {"9.columns", "9 column set 2*10^5 rows", "row", 1.3, {"offsets+values"}, false},
       {"9.append", "9 column set append, 10^6 values", "value", 0, {"offsets+values"}, false},
       {"9.fetch", "9 column set fetch, 10^6 values", "value", 0, {"offsets+values"}, false},
+      {"10.write", "10 write 10^5 records as JSON", "record", 0.5, {"json-c"}, false},
+      {"10.read", "10 read 10^5 JSON records", "record", 0.5, {"json-c"}, false},
   };
   return w;
 }
@@ -290,6 +292,7 @@ int main(int argc, char **argv) {
   qb::register_search();
   qb::register_columns();
   qb::register_column_parts();
+  qb::register_json();
 #if QEL_BENCH_JSONC
   qb::register_jsonc();
 #endif
