@@ -18,19 +18,20 @@ namespace qel::json {
 
 namespace {
 
-// An unsigned 128-bit integer with the operations the digit loop needs (the
-// same as bignum's), for the fast path.
-struct wide {
-  unsigned __int128 v = 0;
+// Unsigned 64-bit and 128-bit integers with the operations the digit loop
+// needs (the same as bignum's), for the fast paths.
+template <typename U>
+struct fixed {
+  U v = 0;
   void set(uint64_t x) { v = x; }
   void mul_add(uint32_t m, uint32_t a = 0) { v = v * m + a; }
   void mul_pow10(int n) {
     for (; n > 0; --n) v *= 10;
   }
   void shift_left(int n) { v <<= n; }
-  void add(const wide &b) { v += b.v; }
-  void sub(const wide &b) { v -= b.v; }
-  int compare(const wide &b) const { return v < b.v ? -1 : v > b.v ? 1 : 0; }
+  void add(const fixed &b) { v += b.v; }
+  void sub(const fixed &b) { v -= b.v; }
+  int compare(const fixed &b) const { return v < b.v ? -1 : v > b.v ? 1 : 0; }
 };
 
 // Requires the sum to fit; a + b compared with c.
@@ -183,14 +184,17 @@ int format_binary(bool negative, uint64_t f, int e, int p, int min_e, char *out)
     while (n > 1 && digits[n - 1] == '0') --n;
     return emit(negative, digits, n, point, out);
   }
-  // The 128-bit integers suffice when s * 10^(k+1) and r stay below 2^124.
+  // 64-bit or 128-bit integers suffice when s * 10^(k+1) and r stay 4 bits
+  // below their width.
   const int log2v = e + 63 - std::countl_zero(f);
   const int k_hi = ((log2v * 78913) >> 18) + 2;
   const int s_bits = e >= 0 ? 3 : 3 - e;
   const int r_bits = 64 - std::countl_zero(f) + (e >= 0 ? e : 0) + 2;
   const int need = (k_hi > 0 ? s_bits + (k_hi * 10 + 2) / 3 : s_bits) + 8;
-  if (need <= 124 && r_bits <= 116)
-    n = shortest_digits<wide>(f, e, p, min_e, digits, &point);
+  if (need <= 60 && r_bits <= 52)
+    n = shortest_digits<fixed<uint64_t>>(f, e, p, min_e, digits, &point);
+  else if (need <= 124 && r_bits <= 116)
+    n = shortest_digits<fixed<unsigned __int128>>(f, e, p, min_e, digits, &point);
   else
     n = shortest_digits<bignum<48>>(f, e, p, min_e, digits, &point);
   return emit(negative, digits, n, point, out);
