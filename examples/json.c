@@ -8,43 +8,39 @@
 static qel_schema *player, *position;
 
 /* Record code 20 is a player, 21 a position. */
-static qel_schema *resolve(void *context, uint32_t type)
-{
+static qel_schema *resolve(void *context, uint32_t type) {
     (void)context;
     return type == 20 ? player : type == 21 ? position : NULL;
 }
 
-static qel_var *member(qel_var *record, const char *name)
-{
+static qel_var *member(qel_var *record, const char *name) {
     return qel_var_get_val(record, name, (int64_t)strlen(name));
 }
 
-static void print(const qel_var *v, unsigned flags)
-{
+static void print(const qel_var *v, unsigned flags) {
     qel_stream out;
     qel_stream_init(&out);
-    if (qel_json_write(v, &out, flags) == QEL_JSON_OK)
-        printf("%.*s\n", (int)out.length, out.bytes);
+    if (qel_json_write(v, &out, flags) == QEL_JSON_OK) printf("%.*s\n", (int)out.length, out.bytes);
     qel_stream_term(&out);
 }
 
-int main(void)
-{
+int main(void) {
     qel_var *p, *copy;
     qel_json_error err;
-    const char *text = "{\"name\": \"Zo\\u00eb\", \"score\": 0.1, \"at\": {\"x\": 3, \"y\": -1.5e-3},\n"
-                       " \"tags\": [\"new\", \"fast\"]}";
+    const char *text =
+        "{\"name\": \"Zo\\u00eb\", \"score\": 0.1, \"at\": {\"x\": 3, \"y\": -1.5e-3},\n"
+        " \"tags\": [\"new\", \"fast\"]}";
     int rc;
 
     player = qel_var_schema_new();
     position = qel_var_schema_new();
-    qel_var_schema_add(player, "name", 4, 7, 0);   /* byte string */
-    qel_var_schema_add(player, "score", 5, 5, 0);  /* float */
-    qel_var_schema_add(player, "lives", 5, 1, 0);  /* unsigned 32-bit */
-    qel_var_schema_add(player, "at", 2, 21, 0);    /* a position record */
-    qel_var_schema_add(player, "tags", 4, 7, 1);   /* array of strings */
-    qel_var_schema_add(position, "x", 1, 4, 0);    /* 64-bit integer */
-    qel_var_schema_add(position, "y", 1, 6, 0);    /* double */
+    qel_var_schema_add(player, "name", 4, 7, 0);  /* byte string */
+    qel_var_schema_add(player, "score", 5, 5, 0); /* float */
+    qel_var_schema_add(player, "lives", 5, 1, 0); /* unsigned 32-bit */
+    qel_var_schema_add(player, "at", 2, 21, 0);   /* a position record */
+    qel_var_schema_add(player, "tags", 4, 7, 1);  /* array of strings */
+    qel_var_schema_add(position, "x", 1, 4, 0);   /* 64-bit integer */
+    qel_var_schema_add(position, "y", 1, 6, 0);   /* double */
 
     p = qel_var_new_x(20, 0, NULL, resolve);
     qel_var_set_string(member(p, "name"), 0, "Ana", -1);

@@ -66,12 +66,12 @@ extern "C" {
 
 /* Where and why a read failed. */
 typedef struct qel_json_error {
-    int code;           /* QEL_JSON_OK or one of QEL_JSON_ERR_* */
-    int64_t offset;     /* byte offset in the text (0-based) */
-    int64_t line;       /* 1-based; lines end at '\n' */
-    int64_t column;     /* 1-based, in bytes */
-    char message[200];  /* e.g. line 3, column 14: expected a number for
-                           member "score", found a string */
+    int code;          /* QEL_JSON_OK or one of QEL_JSON_ERR_* */
+    int64_t offset;    /* byte offset in the text (0-based) */
+    int64_t line;      /* 1-based; lines end at '\n' */
+    int64_t column;    /* 1-based, in bytes */
+    char message[200]; /* e.g. line 3, column 14: expected a number for
+                          member "score", found a string */
 } qel_json_error;
 
 /* Appends the JSON text of `v` to `out` and returns QEL_JSON_OK, or returns

@@ -149,17 +149,13 @@ bool convert_big(const decimal &d, const binary_format &f, uint64_t *bits) {
     n.mul_add(scale, chunk);
   }
   s.set(1);
-  if (d.exp10 >= 0)
-    n.mul_pow10(static_cast<int>(d.exp10));
-  else
-    s.mul_pow10(static_cast<int>(-d.exp10));
+  if (d.exp10 >= 0) n.mul_pow10(static_cast<int>(d.exp10));
+  else s.mul_pow10(static_cast<int>(-d.exp10));
   // Scale so that the quotient lies in [2^62, 2^64).
   const int b = n.bit_length() - s.bit_length();
   const int t = 63 - b;
-  if (t >= 0)
-    n.shift_left(t);
-  else
-    s.shift_left(-t);
+  if (t >= 0) n.shift_left(t);
+  else s.shift_left(-t);
   big d_shift = s;
   d_shift.shift_left(63);
   uint64_t q = 0;
@@ -181,7 +177,7 @@ bool convert(const number_token &t, const binary_format &f, uint64_t *bits) {
   const uint64_t sign = t.negative ? uint64_t{1} << (f.precision == 53 ? 63 : 31) : 0;
   // value lies in [10^(count-1+exp10), 10^(count+exp10)).
   const int64_t magnitude = d.count + d.exp10;
-  const int64_t max_magnitude = f.precision == 53 ? 309 : 39;  // 10^308 < DBL_MAX < 10^309
+  const int64_t max_magnitude = f.precision == 53 ? 309 : 39;    // 10^308 < DBL_MAX < 10^309
   const int64_t min_magnitude = f.precision == 53 ? -324 : -45;  // 10^-324 < half the least subnormal
   if (d.count == 0 || magnitude < min_magnitude) {
     *bits = sign;

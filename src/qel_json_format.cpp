@@ -191,12 +191,9 @@ int format_binary(bool negative, uint64_t f, int e, int p, int min_e, char *out)
   const int s_bits = e >= 0 ? 3 : 3 - e;
   const int r_bits = 64 - std::countl_zero(f) + (e >= 0 ? e : 0) + 2;
   const int need = (k_hi > 0 ? s_bits + (k_hi * 10 + 2) / 3 : s_bits) + 8;
-  if (need <= 60 && r_bits <= 52)
-    n = shortest_digits<fixed<uint64_t>>(f, e, p, min_e, digits, &point);
-  else if (need <= 124 && r_bits <= 116)
-    n = shortest_digits<fixed<unsigned __int128>>(f, e, p, min_e, digits, &point);
-  else
-    n = shortest_digits<bignum<48>>(f, e, p, min_e, digits, &point);
+  if (need <= 60 && r_bits <= 52) n = shortest_digits<fixed<uint64_t>>(f, e, p, min_e, digits, &point);
+  else if (need <= 124 && r_bits <= 116) n = shortest_digits<fixed<unsigned __int128>>(f, e, p, min_e, digits, &point);
+  else n = shortest_digits<bignum<48>>(f, e, p, min_e, digits, &point);
   return emit(negative, digits, n, point, out);
 }
 

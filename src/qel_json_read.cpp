@@ -4,9 +4,8 @@
 // The text is read straight into the destination, every change recorded in
 // an undo log first, so a failed read is rolled back and changes nothing.  A
 // text that needs a member created from the schema is read instead into a
-// private deep copy, swapped in only when the whole text has been read.  Descent is recursive with small frames and stops at
-// QEL_JSON_MAX_DEPTH open arrays and objects, so no text can exhaust the
-// call stack.
+// private deep copy, swapped in only when the whole text has been read.  Descent is recursive with small frames and
+// stops at QEL_JSON_MAX_DEPTH open arrays and objects, so no text can exhaust the call stack.
 #include <qel_json.h>
 
 #include <cstdint>
@@ -41,7 +40,13 @@ class reader {
   // logged; without one it must be a private copy.
   reader(const char *text, int64_t len, void *context, qel_schema_resolver resolver, unsigned flags,
          qel_json_error *err, qel::json::undo_log *undo)
-      : begin_(text), p_(text), end_(text + len), context_(context), resolver_(resolver), flags_(flags), err_(err),
+      : begin_(text),
+        p_(text),
+        end_(text + len),
+        context_(context),
+        resolver_(resolver),
+        flags_(flags),
+        err_(err),
         undo_(undo) {
     qel_stream_init(&scratch_);
   }
@@ -107,8 +112,8 @@ class reader {
     err_->column = p_ - line_start + 1;
     char member[80] = "";
     if (member_ != nullptr)
-      std::snprintf(member, sizeof member, " for member \"%.*s\"", static_cast<int>(member_len_ > 40 ? 40 : member_len_),
-                    member_);
+      std::snprintf(member, sizeof member, " for member \"%.*s\"",
+                    static_cast<int>(member_len_ > 40 ? 40 : member_len_), member_);
     std::snprintf(err_->message, sizeof err_->message, "line %lld, column %lld: %s%s, found %s",
                   static_cast<long long>(line), static_cast<long long>(err_->column), what, member,
                   found_text != nullptr ? found_text : found());
@@ -180,7 +185,10 @@ class reader {
     int32_t v = 0;
     for (int i = 0; i < 4; ++i) {
       const char c = p_[i];
-      const int d = is_digit(c) ? c - '0' : (c >= 'a' && c <= 'f') ? c - 'a' + 10 : (c >= 'A' && c <= 'F') ? c - 'A' + 10 : -1;
+      const int d = is_digit(c)              ? c - '0'
+                    : (c >= 'a' && c <= 'f') ? c - 'a' + 10
+                    : (c >= 'A' && c <= 'F') ? c - 'A' + 10
+                                             : -1;
       if (d < 0) return -1;
       v = v * 16 + d;
     }
@@ -369,7 +377,8 @@ class reader {
     const int64_t n = p_ - start;
     std::snprintf(text, sizeof text, "%.*s%s", static_cast<int>(n > 40 ? 40 : n), start, n > 40 ? "..." : "");
     p_ = start;
-    if (type == 5 || type == 6) expected = type == 5 ? "expected a number within the float range" : "expected a number within the double range";
+    if (type == 5 || type == 6)
+      expected = type == 5 ? "expected a number within the float range" : "expected a number within the double range";
     return fail(QEL_JSON_ERR_RANGE, expected, text) == 0;
   }
 

@@ -213,8 +213,8 @@ class writer {
         child = static_cast<const qel_var *>(v->data.vars.entries[f.next++]);
     } else {
       const qel_hash *members = &v->data.members;
-      for (const qel_hash_entry *e; child == nullptr &&
-                                    (e = qel_detail::hash_entry_at(members, static_cast<uint32_t>(f.next))) != nullptr;) {
+      for (const qel_hash_entry *e;
+           child == nullptr && (e = qel_detail::hash_entry_at(members, static_cast<uint32_t>(f.next))) != nullptr;) {
         ++f.next;
         child = static_cast<const qel_var *>(e->value);
         name = members->key_pool + e->key_offset;
@@ -233,10 +233,8 @@ class writer {
     if (v->multi == 0) {
       const int rc = string(name, name_len);
       if (rc != QEL_JSON_OK) return rc;
-      if ((flags_ & QEL_JSON_INDENT) != 0)
-        put(": ", 2);
-      else
-        put(':');
+      if ((flags_ & QEL_JSON_INDENT) != 0) put(": ", 2);
+      else put(':');
     }
     return value(child);  // may push (and move the frames): f is not used after it
   }

@@ -1,10 +1,7 @@
-// Other JSON readers and writers agree with qel's text.
-//   json_cross write   one record per line, each followed by its values as
-//                      bit patterns and hex bytes (json_cross.py checks
-//                      Python's json module reads the same values)
-//   json_cross read    reads records, one per line from stdin, and writes
-//                      them back (Python's text must give qel's text again)
-//   json_cross jsonc   the same both ways with json-c, in process
+// Other JSON readers and writers agree with qel's text.  `write`: records,
+// each line followed by its values as bits and hex bytes (json_cross.py checks
+// Python reads them so); `read`: records from stdin written back (Python's
+// text must give qel's again); `jsonc`: both ways with json-c, in process.
 #include <qel_json.h>
 
 #include <bit>
@@ -27,7 +24,7 @@ qel_var *member(qel_var *r, const char *n) { return qel_var_get_val(r, n, static
 std::string text_of(const qel_var *v) {
   qel_stream s;
   qel_stream_init(&s);
-  if (qel_json_write(v, &s, 0) != QEL_JSON_OK) std::fprintf(stderr, "write failed\n");
+  qel_json_write(v, &s, 0);
   std::string out(s.bytes != nullptr ? s.bytes : "", static_cast<size_t>(s.length));
   qel_stream_term(&s);
   return out;
@@ -41,12 +38,9 @@ std::string string_of(const qel_var *v) {
 }
 
 std::string hex(const std::string &b) {
+  static const char digits[] = "0123456789abcdef";
   std::string h;
-  char x[3];
-  for (const char c : b) {
-    std::snprintf(x, sizeof x, "%02x", static_cast<unsigned>(static_cast<unsigned char>(c)));
-    h += x;
-  }
+  for (const char c : b) h += {digits[(c >> 4) & 15], digits[c & 15]};
   return h;
 }
 
@@ -92,11 +86,8 @@ std::string values_of(qel_var *r) {
 std::string reread(const char *text, size_t len) {
   qel_var *r = qel_var_new_x(20, 0, nullptr, resolve);
   qel_json_error err;
-  std::string out;
-  if (qel_json_read(r, text, static_cast<int64_t>(len), nullptr, resolve, 0, &err) == QEL_JSON_OK)
-    out = text_of(r);
-  else
-    std::fprintf(stderr, "read failed: %s\n", err.message);
+  const int rc = qel_json_read(r, text, static_cast<int64_t>(len), nullptr, resolve, 0, &err);
+  const std::string out = rc == QEL_JSON_OK ? text_of(r) : std::string("read failed: ") + err.message;
   qel_var_free(r);
   return out;
 }
@@ -112,14 +103,8 @@ int main(int argc, char **argv) {
   int failures = 0;
   if (mode == "read") {
     std::string line;
-    for (int c; (c = std::getchar()) != EOF;) {
-      if (c != '\n') {
-        line += static_cast<char>(c);
-        continue;
-      }
-      std::printf("%s\n", reread(line.data(), line.size()).c_str());
-      line.clear();
-    }
+    for (int c; (c = std::getchar()) != EOF; line = c == '\n' ? "" : line + static_cast<char>(c))
+      if (c == '\n') std::printf("%s\n", reread(line.data(), line.size()).c_str());
   } else {
     for (qel_var *r : records()) {
       const std::string text = text_of(r);
