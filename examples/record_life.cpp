@@ -73,7 +73,10 @@ int main() {
                     static_cast<long long>(record["id"].get<std::int64_t>()));
         check(copy["id"].get<std::int64_t>() == 42, "the copy keeps id 42");
         check(copy["tags"].get<std::string_view>(1) == "green", "the copy has its own tags");
-        check(copy == record, "records of one code and form order as equal");
+        check(copy != record && (copy <=> record) == 0,
+              "== compares members (id differs); <=> orders records of one code as equivalent");
+        record["id"].set(42);
+        check(copy == record, "with id 42 again the two are equal");
 
         // 6. Leaving the scope frees both records and all their members.
     }

@@ -882,7 +882,8 @@ void op(Reader &r, Pool &p) {
       FZ_CHECK(exact ? got == want : fz::sign(got) == want, "cmp of code %u/%u (multi %u/%u) gave %d, model %d", x.type,
                y.type, x.multi, y.multi, got, want);
       const bool same = m_equal(x, y);
-      FZ_CHECK(qel_var_equal(a.r, b.r) == same && qel_var_equal(b.r, a.r) == same,
+      FZ_CHECK(qel_var_equal(a.r, b.r) == same && qel_var_equal(b.r, a.r) == same &&
+                   (qel::var_ref(a.r) == qel::var_cref(b.r)) == same,
                "equal of code %u/%u (multi %u/%u) gave %d, model %d", x.type, y.type, x.multi, y.multi,
                qel_var_equal(a.r, b.r), same);
       // A copy of a with one thing changed, unequal unless it already held

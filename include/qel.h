@@ -790,9 +790,36 @@ QEL_API void qel_xvars_set_buf(qel_xvars *xs, int64_t entry, int64_t pos, uint64
 QEL_API uint64_t qel_xvars_get_buf(const qel_xvars *xs, int64_t entry, int64_t pos);
 
 /* ========================================================================
- * Additions to the core interface: deep equality, the member walk of a
- * record, and the version.  Nothing above depends on them.
+ * Additions to the core interface: named type codes, deep equality, the
+ * member walk of a record, and the version.  Nothing above depends on them.
  * ======================================================================== */
+
+/* Full variant type codes, named for what they hold. Codes 2, 3 and 9 behave
+ * exactly as QEL_VAR_UINT32, and 8 as QEL_VAR_BYTES; every code from
+ * QEL_VAR_FIRST_RECORD up is a record whose layout a schema resolver gives.
+ * The functions take the plain number (uint32_t).
+ */
+typedef enum qel_var_code {
+    QEL_VAR_PLAIN_RECORD = 0, /* record storage, not served by the member shortcuts */
+    QEL_VAR_UINT32 = 1,       /* 32-bit integer, read back unsigned */
+    QEL_VAR_INT64 = 4,        /* signed 64-bit integer */
+    QEL_VAR_FLOAT = 5,        /* single float */
+    QEL_VAR_DOUBLE = 6,       /* double */
+    QEL_VAR_BYTES = 7,        /* byte string */
+    QEL_VAR_FIRST_RECORD = 10
+} qel_var_code;
+
+/* Light variant and column set type codes: numbered apart from the full
+ * variant's (a double is QEL_VAR_DOUBLE = 6 there, QEL_XVAR_DOUBLE = 4 here),
+ * so use these names with qel_xvar_* and qel_xvars_* only.
+ */
+typedef enum qel_xvar_code {
+    QEL_XVAR_UINT32 = 1, /* unsigned 32-bit integer */
+    QEL_XVAR_INT64 = 2,  /* signed 64-bit integer */
+    QEL_XVAR_FLOAT = 3,  /* single float */
+    QEL_XVAR_DOUBLE = 4, /* double */
+    QEL_XVAR_BYTES = 5   /* byte string */
+} qel_xvar_code;
 
 /* 1 when `a` and `b` hold the same value, else 0: the same type code and the
  * same multi byte (compared whole), then single values equal as stored

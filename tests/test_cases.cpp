@@ -527,6 +527,10 @@ static_assert(std::is_convertible_v<const qel::var &, qel::var_cref> &&
               !std::is_convertible_v<qel::var, qel::var_cref>);
 static_assert(can_make_with<qel::schema &> && !can_make_with<qel::schema>);
 static_assert(can_change_with<qel::schema &> && !can_change_with<qel::schema>);
+// The two families' codes are distinct types: a double is code 6 in one and 4 in the other.
+static_assert(std::is_constructible_v<qel::var, qel::code> && !std::is_constructible_v<qel::var, qel::xcode>);
+static_assert(std::is_constructible_v<qel::xvar, qel::xcode> && !std::is_constructible_v<qel::xvar, qel::code> &&
+              !std::is_constructible_v<qel::xvars, qel::code>);
 
 TEST(Cpp, OwnersMoveReleaseAndClone) {
   qel::var a(qel::code::f64, qel::form::multi);

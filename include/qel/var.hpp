@@ -23,8 +23,9 @@ struct basic_member {
 
 namespace detail {
 
-/* Walks a record's member hash in insertion order, skipping cleared entries.
- * Adding members during the walk invalidates it. */
+/* Walks a record's members in the order they were created, by position
+ * (qel_var_member_at), skipping names whose member was freed.  Valid while
+ * the record is not re-formed, shrunk or freed. */
 template <class Ref>
 class member_iterator {
 public:
@@ -35,19 +36,16 @@ public:
     using iterator_category = std::input_iterator_tag;
 
     member_iterator() = default;
-    explicit member_iterator(qel_hash *h) noexcept : h_(h) {
-        entry_ = qel_hash_entry_first(h_, &cursor_);
-        skip();
-    }
+    member_iterator(const qel_var *rec, std::int64_t i) noexcept : rec_(rec), i_(i) { skip(); }
 
     value_type operator*() const noexcept {
-        std::string_view name;
-        if (entry_->key_length != 0)
-            name = std::string_view(h_->key_pool + entry_->key_offset, entry_->key_length);
-        return value_type{name, Ref(static_cast<qel_var *>(entry_->value))};
+        const char *name = nullptr;
+        std::int64_t length = 0;
+        qel_var *member = qel_var_member_at(rec_, i_, &name, &length);
+        return value_type{view_of(name, length), Ref(member)};
     }
     member_iterator &operator++() noexcept {
-        entry_ = qel_hash_entry_next(h_, &cursor_, entry_);
+        ++i_;
         skip();
         return *this;
     }
@@ -56,37 +54,33 @@ public:
         ++*this;
         return t;
     }
-    friend bool operator==(const member_iterator &a, const member_iterator &b) noexcept {
-        return a.entry_ == b.entry_;
-    }
+    friend bool operator==(const member_iterator &a, const member_iterator &b) noexcept { return a.i_ == b.i_; }
 
 private:
     void skip() noexcept {
-        while (entry_ != nullptr && entry_->value == nullptr) entry_ = qel_hash_entry_next(h_, &cursor_, entry_);
+        if (rec_ == nullptr) return;
+        const std::int64_t n = qel_var_member_count(rec_);
+        while (i_ < n && qel_var_member_at(rec_, i_, nullptr, nullptr) == nullptr) ++i_;
     }
-    qel_hash *h_ = nullptr;
-    void *cursor_ = nullptr;
-    qel_hash_entry *entry_ = nullptr;
+    const qel_var *rec_ = nullptr;
+    std::int64_t i_ = 0;
 };
 
+/* The members of a single record (empty for anything else). */
 template <class Ref>
 class member_range {
 public:
     member_range() = default;
-    explicit member_range(qel_hash *h) noexcept : h_(h) {}
-    member_iterator<Ref> begin() const noexcept { return h_ != nullptr ? member_iterator<Ref>(h_) : member_iterator<Ref>(); }
-    member_iterator<Ref> end() const noexcept { return member_iterator<Ref>(); }
+    explicit member_range(const qel_var *rec) noexcept : rec_(rec) {}
+    member_iterator<Ref> begin() const noexcept { return member_iterator<Ref>(rec_, 0); }
+    member_iterator<Ref> end() const noexcept {
+        return member_iterator<Ref>(rec_, rec_ != nullptr ? qel_var_member_count(rec_) : 0);
+    }
     bool empty() const noexcept { return begin() == end(); }
 
 private:
-    qel_hash *h_ = nullptr;
+    const qel_var *rec_ = nullptr;
 };
-
-inline qel_hash *member_hash(const qel_var *p) noexcept {
-    if (p->multi != 0 || storage_of(p->type) != storage::record) return nullptr;
-    /* The walk does not change the hash; the C walk takes a mutable one. */
-    return const_cast<qel_hash *>(&p->data.members);
-}
 
 /* Read operations of every full-variant handle (D::get() gives the pointer). */
 template <class D, class CRef>
@@ -155,7 +149,7 @@ public:
     }
     /* Members of a single record, in the order they were inserted (empty
      * for anything else). */
-    member_range<CRef> members() const noexcept { return member_range<CRef>(member_hash(c())); }
+    member_range<CRef> members() const noexcept { return member_range<CRef>(c()); }
 
     /* An independent deep copy owned by the caller, as qel_var_copy makes it
      * into a fresh variant: the same type code, form and schema, the
@@ -193,20 +187,20 @@ public:
 
     /* Re-forms to (type, multi) unless both already match exactly; the
      * schema stays. */
-    void change(std::uint32_t type, std::uint8_t multi = form::single) noexcept { qel_var_change(m(), type, multi); }
+    void change(var_type type, std::uint8_t multi = form::single) noexcept { qel_var_change(m(), type, multi); }
     /* The same, with the schema given by a resolver (called for the type and
      * then for every member created). */
     template <resolver R>
-    void change(std::uint32_t type, std::uint8_t multi, R &&r) noexcept {
+    void change(var_type type, std::uint8_t multi, R &&r) noexcept {
         using F = std::remove_reference_t<R>;
         qel_var_change_x(m(), type, multi, context_of(r), &resolver_trampoline<F>);
     }
     /* The same, with `s` as the schema of the variant and of every member.
      * A temporary schema would be freed while the variant still refers to it. */
-    void change(std::uint32_t type, std::uint8_t multi, const qel::schema &s) noexcept {
+    void change(var_type type, std::uint8_t multi, const qel::schema &s) noexcept {
         qel_var_change_x(m(), type, multi, s.get(), nullptr);
     }
-    void change(std::uint32_t type, std::uint8_t multi, const qel::schema &&s) = delete;
+    void change(var_type type, std::uint8_t multi, const qel::schema &&s) = delete;
 
     /* --- values --- */
 
@@ -383,28 +377,28 @@ public:
     /* An empty owner (holds nothing). */
     var() = default;
     /* A new variant of this type code and form, with no schema. */
-    explicit var(std::uint32_t type, std::uint8_t multi = form::single) noexcept : p_(qel_var_new(type, multi)) {}
+    explicit var(var_type type, std::uint8_t multi = form::single) noexcept : p_(qel_var_new(type, multi)) {}
 
     /* Same as the constructor. */
-    [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi = form::single) noexcept { return var(type, multi); }
+    [[nodiscard]] static var make(var_type type, std::uint8_t multi = form::single) noexcept { return var(type, multi); }
     /* A variant whose schema comes from a callable resolver: r(type) is
      * called for the type and then for every member, depth first, while the
      * record and its nested members are built.  r only needs to live for the
      * call; if it throws, the program terminates. */
     template <resolver R>
-    [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi, R &&r) noexcept {
+    [[nodiscard]] static var make(var_type type, std::uint8_t multi, R &&r) noexcept {
         using F = std::remove_reference_t<R>;
         return adopt(qel_var_new_x(type, multi, detail::context_of(r), &detail::resolver_trampoline<F>));
     }
     /* A variant whose schema is `s`, which also becomes the schema of every
      * member (so `s` must not list a single record member). */
-    [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi, const qel::schema &s) noexcept {
+    [[nodiscard]] static var make(var_type type, std::uint8_t multi, const qel::schema &s) noexcept {
         return adopt(qel_var_new_x(type, multi, s.get(), nullptr));
     }
     /* A temporary schema would be freed while the variant still refers to it. */
-    static var make(std::uint32_t type, std::uint8_t multi, const qel::schema &&s) = delete;
+    static var make(var_type type, std::uint8_t multi, const qel::schema &&s) = delete;
     /* The C form: a context and a C resolver (or NULL). */
-    [[nodiscard]] static var make(std::uint32_t type, std::uint8_t multi, void *context, qel_schema_resolver r) noexcept {
+    [[nodiscard]] static var make(var_type type, std::uint8_t multi, void *context, qel_schema_resolver r) noexcept {
         return adopt(qel_var_new_x(type, multi, context, r));
     }
     /* Takes ownership of a variant from qel_var_new* (or NULL). */
@@ -507,7 +501,7 @@ inline index_range<element_getter<var_ref>> var_ops<D>::elements() noexcept {
     return {element_getter<var_ref>{m()}, storage_of(qel_var_type(m())) == storage::record ? qel_var_size(m()) : 0};
 }
 template <class D>
-inline member_range<var_ref> var_ops<D>::members() noexcept { return member_range<var_ref>(member_hash(m())); }
+inline member_range<var_ref> var_ops<D>::members() noexcept { return member_range<var_ref>(m()); }
 template <class D>
 inline void var_ops<D>::set_member(std::string_view name, var_cref src) noexcept {
     qel_var_set_val(m(), name.data(), static_cast<std::int64_t>(name.size()), src.get());
@@ -577,9 +571,14 @@ inline std::partial_ordering operator<=>(const A &a, const B &b) noexcept {
         return std::partial_ordering::unordered;
     return qel_var_cmp(x, y) <=> 0;
 }
+/* Deep equality, qel_var_equal: code and form, values by stored bits (a NaN
+ * equals itself, -0.0 differs from +0.0), members by name, elements; caller
+ * values are not compared.  So == is finer than <=>, under which two records
+ * of one code are equivalent whatever their members.  Neither side may be
+ * null. */
 template <var_handle A, var_handle B>
 inline bool operator==(const A &a, const B &b) noexcept {
-    return qel_var_cmp(detail::var_ptr(a), detail::var_ptr(b)) == 0;
+    return qel_var_equal(detail::var_ptr(a), detail::var_ptr(b)) != 0;
 }
 
 } // namespace qel

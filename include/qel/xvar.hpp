@@ -17,8 +17,8 @@ namespace qel {
 class xvar {
 public:
     xvar() = default;
-    explicit xvar(std::uint32_t type, std::uint8_t multi = form::single) noexcept : p_(qel_xvar_new(type, multi)) {}
-    [[nodiscard]] static xvar make(std::uint32_t type, std::uint8_t multi = form::single) noexcept { return xvar(type, multi); }
+    explicit xvar(xvar_type type, std::uint8_t multi = form::single) noexcept : p_(qel_xvar_new(type, multi)) {}
+    [[nodiscard]] static xvar make(xvar_type type, std::uint8_t multi = form::single) noexcept { return xvar(type, multi); }
     [[nodiscard]] static xvar adopt(qel_xvar *owned) noexcept {
         xvar v;
         v.p_ = owned;
@@ -51,7 +51,7 @@ public:
     bool is_multi() const noexcept { return qel_xvar_multi(p_) != 0; }
     /* Element count of an array; 0 when single. */
     [[nodiscard]] std::int64_t size() const noexcept { return qel_xvar_size(p_); }
-    void change(std::uint32_t type, std::uint8_t multi = form::single) noexcept { qel_xvar_change(p_, type, multi); }
+    void change(xvar_type type, std::uint8_t multi = form::single) noexcept { qel_xvar_change(p_, type, multi); }
     /* Array: n == 0 empties, otherwise the count becomes min(n, capacity).
      * Single: clears the value and the caller value. */
     void shrink(std::int64_t n) noexcept { qel_xvar_shrink(p_, n); }
@@ -151,8 +151,8 @@ private:
 class xvars {
 public:
     xvars() = default;
-    explicit xvars(std::uint32_t type, std::uint8_t multi = form::single) noexcept : p_(qel_xvars_new(type, multi)) {}
-    [[nodiscard]] static xvars make(std::uint32_t type, std::uint8_t multi = form::single) noexcept { return xvars(type, multi); }
+    explicit xvars(xvar_type type, std::uint8_t multi = form::single) noexcept : p_(qel_xvars_new(type, multi)) {}
+    [[nodiscard]] static xvars make(xvar_type type, std::uint8_t multi = form::single) noexcept { return xvars(type, multi); }
     [[nodiscard]] static xvars adopt(qel_xvars *owned) noexcept {
         xvars v;
         v.p_ = owned;
@@ -187,7 +187,7 @@ public:
     [[nodiscard]] std::int64_t size() const noexcept { return qel_xvars_size(p_); }
     /* Number of values of entry `entry` (multi form; 0 when single). */
     std::int64_t entry_size(std::int64_t entry) const noexcept { return qel_xvars_get_size(p_, entry); }
-    void change(std::uint32_t type, std::uint8_t multi = form::single) noexcept { qel_xvars_change(p_, type, multi); }
+    void change(xvar_type type, std::uint8_t multi = form::single) noexcept { qel_xvars_change(p_, type, multi); }
     /* Drops every entry. */
     void clear() noexcept { qel_xvars_shrink(p_); }
 
