@@ -67,6 +67,8 @@ const std::vector<workload> &workloads() {
       {"9.fetch", "9 column set fetch, 10^6 values", "value", 0, {"offsets+values"}, false},
       {"10.write", "10 write 10^5 records as JSON", "record", 0.5, {"json-c"}, false},
       {"10.read", "10 read 10^5 JSON records", "record", 0.5, {"json-c"}, false},
+      {"11.code1", "11 tally 10^6 keys, code 1", "key", 2.0, {"absl::flat_hash_map", "std::unordered_map"}, false},
+      {"11.code7", "11 tally 10^6 keys, code 7", "key", 2.0, {"absl::flat_hash_map", "std::unordered_map"}, false},
   };
   return w;
 }
@@ -293,6 +295,7 @@ int main(int argc, char **argv) {
   qb::register_columns();
   qb::register_column_parts();
   qb::register_json();
+  qb::register_tally();
 #if QEL_BENCH_JSONC
   qb::register_jsonc();
 #endif

@@ -375,7 +375,10 @@ QEL_API void qel_var_trim(qel_var *var);
  */
 QEL_API void qel_var_qsort(qel_var *var, int flag);
 
-/* The lowest index of an array entry holding `key`, by linear search, or -1.
+/* The lowest index of an array entry holding `key`, or -1: a linear search,
+ * except that once a keyed adder has run, a key present is found in O(1) for
+ * as long as the array changes only through keyed adders, appends and caller
+ * values (a count by key: add_x, then find, then set_buf).
  * The key is read in the stored width: a uint32_t for codes 1, 2, 3, 9, a
  * float for 5, an int64_t for 4, a double for 6 (floats and doubles are
  * matched by bit pattern, so -0.0 does not find +0.0), and `len` bytes at

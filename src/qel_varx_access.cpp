@@ -58,6 +58,48 @@ uint64_t insert64(qel_var *var, int64_t key) {
   return qel_detail::entry_insert(&var->data.arrayx, key)->buf;
 }
 
+// The keyed adders try first the hit of a key already present, for the codes
+// of the caller kind's own kind (integer: 1 to 3, float: 5, double: 6),
+// through the index alone: no frame, no call.  Everything else is the full
+// dispatch of the *_any steps.
+
+// Requires a variant; inserts the converted value unless present, and gives
+// the caller value of its entry (0 when nothing was done).
+[[gnu::noinline]] uint64_t add_integer_x_any(qel_var *var, int64_t value) {
+  if (var->multi == 0) return 0;
+  switch (var->type) {
+    case 1: case 2: case 3: case 9: return insert32(var, conv::low32(value));
+    case 5: return insert32(var, conv::float_bits(conv::to_float(value)));
+    case 4: return insert64(var, value);
+    case 6: return insert64(var, conv::double_bits(conv::to_double(value)));
+    default: return 0;
+  }
+}
+
+// Requires a variant; as add_integer_x_any for a float.
+[[gnu::noinline]] uint64_t add_float_x_any(qel_var *var, float value) {
+  if (var->multi == 0) return 0;
+  switch (var->type) {
+    case 1: case 2: case 3: case 9: return insert32(var, conv::low32(conv::truncate(value)));
+    case 5: return insert32(var, conv::float_bits(value));
+    case 4: return insert64(var, conv::truncate(value));
+    case 6: return insert64(var, conv::double_bits(static_cast<double>(value)));
+    default: return 0;
+  }
+}
+
+// Requires a variant; as add_integer_x_any for a double.
+[[gnu::noinline]] uint64_t add_double_x_any(qel_var *var, double value) {
+  if (var->multi == 0) return 0;
+  switch (var->type) {
+    case 1: case 2: case 3: case 9: return insert32(var, conv::low32(conv::truncate(value)));
+    case 5: return insert32(var, conv::float_bits(conv::to_float(value)));
+    case 4: return insert64(var, conv::truncate(value));
+    case 6: return insert64(var, conv::double_bits(value));
+    default: return 0;
+  }
+}
+
 }  // namespace
 
 extern "C" {
@@ -139,14 +181,9 @@ QEL_API void qel_var_trim(qel_var *var) {
 // Requires a variant; inserts the converted value unless present, and gives
 // the caller value of its entry (0 when nothing was done).
 QEL_API uint64_t qel_var_add_integer_x(qel_var *var, int64_t value) {
-  if (var->multi == 0) return 0;
-  switch (var->type) {
-    case 1: case 2: case 3: case 9: return insert32(var, conv::low32(value));
-    case 5: return insert32(var, conv::float_bits(conv::to_float(value)));
-    case 4: return insert64(var, value);
-    case 6: return insert64(var, conv::double_bits(conv::to_double(value)));
-    default: return 0;
-  }
+  if (var->type - 1u < 3u && var->multi != 0) [[likely]]
+    if (const qel_arrayd_entry *e = qel_detail::indexed_entry(&var->data.arrayd, conv::low32(value))) return e->buf;
+  return add_integer_x_any(var, value);
 }
 
 // Requires a variant; the same as qel_var_add_integer_x.
@@ -156,26 +193,18 @@ QEL_API uint64_t qel_var_add_long_x(qel_var *var, int64_t value) {
 
 // Requires a variant; as qel_var_add_integer_x for a float.
 QEL_API uint64_t qel_var_add_float_x(qel_var *var, float value) {
-  if (var->multi == 0) return 0;
-  switch (var->type) {
-    case 1: case 2: case 3: case 9: return insert32(var, conv::low32(conv::truncate(value)));
-    case 5: return insert32(var, conv::float_bits(value));
-    case 4: return insert64(var, conv::truncate(value));
-    case 6: return insert64(var, conv::double_bits(static_cast<double>(value)));
-    default: return 0;
-  }
+  if (var->type == 5 && var->multi != 0) [[likely]]
+    if (const qel_arrayd_entry *e = qel_detail::indexed_entry(&var->data.arrayd, conv::float_bits(value)))
+      return e->buf;
+  return add_float_x_any(var, value);
 }
 
 // Requires a variant; as qel_var_add_integer_x for a double.
 QEL_API uint64_t qel_var_add_double_x(qel_var *var, double value) {
-  if (var->multi == 0) return 0;
-  switch (var->type) {
-    case 1: case 2: case 3: case 9: return insert32(var, conv::low32(conv::truncate(value)));
-    case 5: return insert32(var, conv::float_bits(conv::to_float(value)));
-    case 4: return insert64(var, conv::truncate(value));
-    case 6: return insert64(var, conv::double_bits(value));
-    default: return 0;
-  }
+  if (var->type == 6 && var->multi != 0) [[likely]]
+    if (const qel_arrayx_entry *e = qel_detail::indexed_entry(&var->data.arrayx, conv::double_bits(value)))
+      return e->buf;
+  return add_double_x_any(var, value);
 }
 
 // Requires a variant, and bytes of len bytes (len < 0: measured, NULL as 0);

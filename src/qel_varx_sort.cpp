@@ -199,8 +199,21 @@ QEL_API void qel_var_qsort(qel_var *var, int flag) {
 }
 
 // Requires a variant, and a key of the storage width (or bytes for 7, 8);
-// linear search, -1 when the variant cannot be searched.
+// linear search, -1 when the variant cannot be searched.  A numeric key the
+// keyed-insert index holds is found there first, with no call.
 QEL_API int64_t qel_var_find(const qel_var *var, const void *key, int64_t len) {
+  if (var->multi != 0 && key != nullptr) {
+    const storage cls = storage_of(var->type);
+    if (cls == storage::bits32) {
+      uint32_t k;
+      std::memcpy(&k, key, sizeof k);
+      if (const qel_arrayd_entry *e = qel_detail::indexed_entry(&var->data.arrayd, k)) return e - var->data.arrayd.entries;
+    } else if (cls == storage::bits64) {
+      int64_t k;
+      std::memcpy(&k, key, sizeof k);
+      if (const qel_arrayx_entry *e = qel_detail::indexed_entry(&var->data.arrayx, k)) return e - var->data.arrayx.entries;
+    }
+  }
   return search<false>(var, key, len);
 }
 

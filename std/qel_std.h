@@ -194,8 +194,9 @@ QEL_API int qel_arrayd_get_at(const qel_arrayd *a, int64_t index, uint32_t *out)
  */
 QEL_API void qel_arrayd_set_at(qel_arrayd *a, int64_t index, uint32_t value, uint64_t buf);
 
-/* The lowest index whose value has exactly these bits, by linear search, or
- * -1.
+/* The lowest index whose value has exactly these bits, or -1: the linear
+ * search's answer, found in O(1) through the keyed-insert index while it
+ * describes the entries in use (a value put in by entry_insert).
  */
 QEL_API int64_t qel_arrayd_find_index(const qel_arrayd *a, uint32_t value);
 
@@ -267,8 +268,9 @@ QEL_API int qel_arrayx_get_at(const qel_arrayx *a, int64_t index, int64_t *out);
  */
 QEL_API void qel_arrayx_set_at(qel_arrayx *a, int64_t index, int64_t value, uint64_t buf);
 
-/* The lowest index whose value has exactly these bits, by linear search, or
- * -1.
+/* The lowest index whose value has exactly these bits, or -1: the linear
+ * search's answer, found in O(1) through the keyed-insert index while it
+ * describes the entries in use (a value put in by entry_insert).
  */
 QEL_API int64_t qel_arrayx_find_index(const qel_arrayx *a, int64_t value);
 
@@ -353,8 +355,9 @@ QEL_API void qel_array_set_at(qel_array *a, int64_t index, const char *bytes, in
  */
 QEL_API void qel_array_update_at(qel_array *a, int64_t index, uint32_t tag);
 
-/* The lowest index holding exactly these `length` bytes, by linear search, or
- * -1 (always for a negative length).
+/* The lowest index holding exactly these `length` bytes, or -1 (always for a
+ * negative length): the linear search's answer, found in O(1) through the
+ * keyed-insert index while it describes the entries in use.
  */
 QEL_API int64_t qel_array_find_index(const qel_array *a, const char *bytes, int64_t length);
 

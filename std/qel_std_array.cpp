@@ -365,11 +365,18 @@ extern "C" QEL_API void qel_array_update_at(qel_array *a, int64_t index, uint32_
 }
 
 // Requires an initialised array; lowest position holding exactly these
-// bytes, or -1 (always for a string the array could not hold).
+// bytes, or -1 (always for a string the array could not hold).  While the
+// keyed-insert index describes the entries in use, a position it finds (its
+// probe compares the entry's bytes) is the answer; a miss is left to the
+// linear search.
 extern "C" QEL_API int64_t qel_array_find_index(const qel_array *a, const char *bytes, int64_t length) {
   if (!qel_detail::storable(bytes, length)) return -1;
   const auto len = static_cast<size_t>(length);
   const int64_t n = in_use(a);
+  if (const auto *lk = static_cast<const lookup *>(a->priv_lookup); lk != nullptr && lk->count == n) {
+    const int64_t pos = slookup_find(lk, a, qel_detail::hash_bytes(bytes, len), bytes, len);
+    if (pos >= 0) return pos;
+  }
   for (int64_t i = 0; i < n; i++) {
     view v = entry_view(a, a->entries[i]);
     if (v.n == len && (len == 0 || std::memcmp(v.p, bytes, len) == 0)) return i;

@@ -119,8 +119,12 @@ void remove_all(A *a) {
 }
 
 // Requires an initialised array; lowest position holding value, or -1.
+// Found through the keyed-insert index while it is current (expected O(1)
+// for a value put in by keyed insert); anything else, a miss included, is
+// left to the linear search.
 template <typename A>
 int64_t find_index(const A *a, typename traits<A>::Value value) {
+  if (const auto *e = qel_detail::indexed_entry(a, value)) return e - a->entries;
   const int64_t n = in_use(a);
   for (int64_t i = 0; i < n; i++)
     if (a->entries[i].value == value) return i;

@@ -2,8 +2,8 @@
 // conversion table at its edges (the drivers' reference conversions answer
 // to it), the golden orders of the float sorts, schema tags, the resolver's
 // order, self-nesting and the depth limit, copies and appends between a
-// record and its own members, and the C++ layer's compile-time contract,
-// resolvers and ordering.
+// record and its own members, find after keyed adds, and the C++ layer's
+// compile-time contract, resolvers and ordering.
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -330,6 +330,22 @@ TEST(Construct, DepthIsBoundedForResolversThatNeverRepeat) {
   levels = 0;
   for (qel::var_cref q = copy; q; q = q["next"]) ++levels;
   EXPECT_EQ(levels, kMaxBuildDepth + 2);
+}
+
+// ---- find after keyed adds: from their index, with the linear search's answer
+
+TEST(Find, KeyedIndexGivesTheLinearAnswerAfterAppendsAndCuts) {
+  qel::var n = qel::var::make(1, 1), s = qel::var::make(7, 1);
+  const uint32_t five = 5;
+  for (const uint32_t x : {7u, 5u}) qel_var_add_integer_x(n.get(), x);
+  qel_var_add_integer(n.get(), 5);  // a second 5, above the first
+  EXPECT_EQ(qel_var_find(n.get(), &five, 0), 1);
+  qel_var_add_string_x(s.get(), "b", 1);
+  qel_var_add_string_x(s.get(), "a", 1);
+  qel_var_shrink(n.get(), 1);  // the cut entries stay in storage, out of use
+  qel_var_shrink(s.get(), 1);
+  EXPECT_EQ(qel_var_find(n.get(), &five, 0), -1);
+  EXPECT_EQ(qel_var_find(s.get(), "a", 1), -1);
 }
 
 // ---- a record and its own members as source and destination

@@ -436,6 +436,29 @@ template <typename A, typename V>
   return entry_insert(a, value);
 }
 
+// Requires an initialised array; the entry holding value found through the
+// keyed-insert index while it describes the entries in use and the entry it
+// names holds the value (the index keeps each value's lowest position), else
+// NULL: absent, no current index, or an entry rewritten since; the caller
+// then takes the full path.  No frame, no call: the hit of a keyed insert
+// or a find.
+template <typename A, typename V>
+inline auto indexed_entry(const A *a, V value) -> decltype(a->entries) {
+  const auto *lk = static_cast<const lookup *>(a->priv_lookup);
+  // The index's count is always within 0..capacity, so this also bounds count.
+  if (lk == nullptr || lk->count != a->count) return nullptr;
+  const uint64_t key = static_cast<uint64_t>(value);
+  const uint64_t *s = lookup_slots(lk);
+  for (uint64_t i = mix64(key) & lk->mask;; i = (i + 1) & lk->mask) {
+    const uint64_t v = s[2 * i + 1];
+    if (v == 0) return nullptr;
+    if (s[2 * i] == key) {
+      auto *e = &a->entries[v - 1];
+      return e->value == value ? e : nullptr;
+    }
+  }
+}
+
 // Requires n entries at a sorted ascending by value (unsigned 32-bit order
 // for qel_arrayd entries, signed 64-bit for qel_arrayx); the lowest position
 // holding value, or -1.  Branch-free halving: the comparison selects the next
