@@ -182,7 +182,7 @@ QEL_API void qel_var_trim(qel_var *var) {
 // the caller value of its entry (0 when nothing was done).
 QEL_API uint64_t qel_var_add_integer_x(qel_var *var, int64_t value) {
   if (var->type - 1u < 3u && var->multi != 0) [[likely]]
-    if (const qel_arrayd_entry *e = qel_detail::indexed_entry(&var->data.arrayd, conv::low32(value))) return e->buf;
+    if (const qel_arrayd_entry *e = qel_detail::indexed_entry_noted(&var->data.arrayd, conv::low32(value))) return e->buf;
   return add_integer_x_any(var, value);
 }
 
@@ -194,7 +194,7 @@ QEL_API uint64_t qel_var_add_long_x(qel_var *var, int64_t value) {
 // Requires a variant; as qel_var_add_integer_x for a float.
 QEL_API uint64_t qel_var_add_float_x(qel_var *var, float value) {
   if (var->type == 5 && var->multi != 0) [[likely]]
-    if (const qel_arrayd_entry *e = qel_detail::indexed_entry(&var->data.arrayd, conv::float_bits(value)))
+    if (const qel_arrayd_entry *e = qel_detail::indexed_entry_noted(&var->data.arrayd, conv::float_bits(value)))
       return e->buf;
   return add_float_x_any(var, value);
 }
@@ -202,7 +202,7 @@ QEL_API uint64_t qel_var_add_float_x(qel_var *var, float value) {
 // Requires a variant; as qel_var_add_integer_x for a double.
 QEL_API uint64_t qel_var_add_double_x(qel_var *var, double value) {
   if (var->type == 6 && var->multi != 0) [[likely]]
-    if (const qel_arrayx_entry *e = qel_detail::indexed_entry(&var->data.arrayx, conv::double_bits(value)))
+    if (const qel_arrayx_entry *e = qel_detail::indexed_entry_noted(&var->data.arrayx, conv::double_bits(value)))
       return e->buf;
   return add_double_x_any(var, value);
 }

@@ -374,6 +374,10 @@ extern "C" QEL_API int64_t qel_array_find_index(const qel_array *a, const char *
   const auto len = static_cast<size_t>(length);
   const int64_t n = in_use(a);
   if (const auto *lk = static_cast<const lookup *>(a->priv_lookup); lk != nullptr && lk->count == n) {
+    if (const int64_t last = lk->last; last >= 0 && last < n) {
+      const view v = entry_view(a, a->entries[last]);
+      if (v.n == len && qel_detail::same_bytes(v.p, bytes, len)) return last;
+    }
     const int64_t pos = slookup_find(lk, a, qel_detail::hash_bytes(bytes, len), bytes, len);
     if (pos >= 0) return pos;
   }
@@ -398,9 +402,15 @@ extern "C" QEL_API qel_array_entry *qel_array_entry_insert(qel_array *a, const c
       qel_detail::drop_lookup(a);
       pos = slookup_find(valid_lookup(a), a, h, bytes, len);
     }
-    if (pos >= 0) return &a->entries[pos];
-    const int64_t n = in_use(a);
-    if (push(a, bytes, length, 0)) return &a->entries[n];
+    if (pos < 0) {
+      const int64_t n = in_use(a);
+      pos = push(a, bytes, length, 0) ? n : -1;
+    }
+    if (pos >= 0) {
+      // Read again: push may have grown the index.
+      if (auto *now = static_cast<lookup *>(a->priv_lookup)) now->last = pos;
+      return &a->entries[pos];
+    }
   }
   reserve_entries(a, 1);
   return &a->entries[a->count];

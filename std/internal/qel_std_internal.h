@@ -170,6 +170,8 @@ struct lookup {
   uint64_t mask; // slots - 1 (slots is a power of two)
   uint64_t used; // occupied slots
   uint64_t words_per_slot;
+  int64_t last; // position the last keyed insert found, or -1: the find that
+                // usually follows it (a count by key) needs no probe
 };
 
 // Requires a block from make_lookup; its slot words.
@@ -194,6 +196,7 @@ inline lookup *make_lookup(uint64_t slots, uint64_t words_per_slot) {
   lk->mask = slots - 1;
   lk->used = 0;
   lk->words_per_slot = words_per_slot;
+  lk->last = -1;
   return lk;
 }
 
@@ -440,13 +443,9 @@ template <typename A, typename V>
 // keyed-insert index while it describes the entries in use and the entry it
 // names holds the value (the index keeps each value's lowest position), else
 // NULL: absent, no current index, or an entry rewritten since; the caller
-// then takes the full path.  No frame, no call: the hit of a keyed insert
-// or a find.
+// then takes the full path.  No frame, no call.
 template <typename A, typename V>
-inline auto indexed_entry(const A *a, V value) -> decltype(a->entries) {
-  const auto *lk = static_cast<const lookup *>(a->priv_lookup);
-  // The index's count is always within 0..capacity, so this also bounds count.
-  if (lk == nullptr || lk->count != a->count) return nullptr;
+inline auto probe_entry(const A *a, const lookup *lk, V value) -> decltype(a->entries) {
   const uint64_t key = static_cast<uint64_t>(value);
   const uint64_t *s = lookup_slots(lk);
   for (uint64_t i = mix64(key) & lk->mask;; i = (i + 1) & lk->mask) {
@@ -457,6 +456,37 @@ inline auto indexed_entry(const A *a, V value) -> decltype(a->entries) {
       return e->value == value ? e : nullptr;
     }
   }
+}
+
+// Requires an initialised array; its keyed-insert index if it describes the
+// entries in use (its count is always within 0..capacity, so this also
+// bounds the array's count), else NULL.
+template <typename A>
+inline const lookup *current_lookup(const A *a) {
+  const auto *lk = static_cast<const lookup *>(a->priv_lookup);
+  return lk != nullptr && lk->count == a->count ? lk : nullptr;
+}
+
+// Requires an initialised array; probe_entry for a find: the position the
+// last keyed insert found is tried first.
+template <typename A, typename V>
+inline auto indexed_entry(const A *a, V value) -> decltype(a->entries) {
+  const lookup *lk = current_lookup(a);
+  if (lk == nullptr) return nullptr;
+  if (const int64_t last = lk->last; last >= 0 && last < lk->count && a->entries[last].value == value)
+    return &a->entries[last];
+  return probe_entry(a, lk, value);
+}
+
+// Requires an initialised array; probe_entry for a keyed insert's hit,
+// remembering the position for the find that usually follows.
+template <typename A, typename V>
+inline auto indexed_entry_noted(A *a, V value) -> decltype(a->entries) {
+  const lookup *lk = current_lookup(a);
+  if (lk == nullptr) return nullptr;
+  auto *e = probe_entry(a, lk, value);
+  if (e != nullptr) static_cast<lookup *>(a->priv_lookup)->last = e - a->entries;
+  return e;
 }
 
 // Requires n entries at a sorted ascending by value (unsigned 32-bit order
