@@ -21,6 +21,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <malloc.h>
+
 #pragma GCC visibility push(hidden)
 
 namespace qel_detail {
@@ -299,16 +301,38 @@ inline void reserve_exact(A *a, int64_t needed) {
   a->capacity = needed;
 }
 
+// Entries an append opens at a time in a block that already holds more
+// (4 KiB of 16-byte entries).
+inline constexpr int64_t kOpenStep = 256;
+
+// Requires entries NULL or from xmalloc/xrealloc; how many whole entries
+// its block holds (the capacity is at most that, and may be less).
+template <typename Entry>
+inline int64_t entries_held(const Entry *entries) {
+  if (entries == nullptr) return 0;
+  return static_cast<int64_t>(malloc_usable_size(const_cast<Entry *>(entries)) / sizeof(Entry));
+}
+
 // Requires an initialised array; clamps count into 0..capacity and makes
-// room for one more entry (growth by a factor).  Returns the new position.
+// room for one more entry.  Returns the new position.  The block grows by a
+// factor, but the capacity only by kOpenStep entries at a time within it:
+// each step zero-fills just the entries the next appends will write, while
+// they are still in cache, instead of the whole new part of the block at
+// once (which the appends would then fetch from memory a second time).
 template <typename A>
 [[gnu::noinline]] inline int64_t prepare_append(A *a) {
   int64_t n = in_use(a);
   if (n != a->count) a->count = n;
   if (n == a->capacity) {
     if (n >= kMaxEntries) out_of_memory();
-    int64_t cap = next_capacity(a->capacity, n + 1);
-    a->entries = resize_entries(a->entries, a->capacity, cap);
+    int64_t held = entries_held(a->entries);
+    if (held <= n) {
+      held = next_capacity(a->capacity, n + 1);
+      a->entries = static_cast<decltype(a->entries)>(
+          xrealloc(a->entries, static_cast<size_t>(held) * sizeof(a->entries[0])));
+    }
+    const int64_t cap = held - n > kOpenStep ? n + kOpenStep : held;
+    std::memset(static_cast<void *>(a->entries + n), 0, static_cast<size_t>(cap - n) * sizeof(a->entries[0]));
     a->capacity = cap;
   }
   return n;
