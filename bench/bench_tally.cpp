@@ -120,19 +120,19 @@ void qb::register_tally() {
   add("11.code1", "qel", qel_tally_numbers, kTallies);
 #if QEL_BENCH_ABSL
   add(
-      "10.code1", "absl::flat_hash_map",
+      "11.code1", "absl::flat_hash_map",
       [](benchmark::State &s) { map_tally<absl::flat_hash_map<uint32_t, uint64_t>>(s, number_keys()); }, kTallies);
 #endif
   add(
-      "10.code1", "std::unordered_map",
+      "11.code1", "std::unordered_map",
       [](benchmark::State &s) { map_tally<std::unordered_map<uint32_t, uint64_t>>(s, number_keys()); }, kTallies);
   add("11.code7", "qel", qel_tally_addresses, kTallies);
 #if QEL_BENCH_ABSL
   add(
-      "10.code7", "absl::flat_hash_map",
+      "11.code7", "absl::flat_hash_map",
       [](benchmark::State &s) { map_tally<absl::flat_hash_map<std::string, uint64_t>>(s, address_keys()); }, kTallies);
 #endif
   add(
-      "10.code7", "std::unordered_map",
+      "11.code7", "std::unordered_map",
       [](benchmark::State &s) { map_tally<std::unordered_map<std::string, uint64_t>>(s, address_keys()); }, kTallies);
 }
