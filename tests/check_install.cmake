@@ -1,6 +1,9 @@
 # Installs the build into a scratch prefix, then builds and runs a small C
-# program against it twice, through pkg-config and through find_package, and
-# a small C++ program through find_package.
+# program against it as the README says: through pkg-config (found by
+# PKG_CONFIG_PATH, the libraries by an rpath or by LD_LIBRARY_PATH) and
+# through find_package; and a small C++ program through find_package.  The
+# package's version (pkg-config and CMake) must be the project's, VERSION,
+# which the C program checks against its headers and the library.
 file(REMOVE_RECURSE ${WORK_DIR})
 set(prefix ${WORK_DIR}/prefix)
 
@@ -21,17 +24,24 @@ endforeach()
 
 # pkg-config
 set(ENV{PKG_CONFIG_PATH} ${prefix}/lib/pkgconfig)
+run(pkg-config --modversion qel)
+string(STRIP "${run_output}" version)
+if(NOT version STREQUAL VERSION)
+  message(FATAL_ERROR "pkg-config says version ${version}, the project is ${VERSION}")
+endif()
 run(pkg-config --cflags --libs qel)
 string(STRIP "${run_output}" flags)
 separate_arguments(flags UNIX_COMMAND "${flags}")
 run(${C_COMPILER} -std=c99 ${SOURCE_DIR}/consumer.c ${flags} -Wl,-rpath,${prefix}/lib -o ${WORK_DIR}/consumer_pc)
-run(${WORK_DIR}/consumer_pc)
+run(${WORK_DIR}/consumer_pc ${version})
+run(${C_COMPILER} -std=c99 ${SOURCE_DIR}/consumer.c ${flags} -o ${WORK_DIR}/consumer_env)
+run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/lib ${WORK_DIR}/consumer_env ${version})
 
 # find_package
 run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_C_COMPILER=${C_COMPILER}
     -DCMAKE_CXX_COMPILER=${CXX_COMPILER}
-    -DCMAKE_BUILD_RPATH=${prefix}/lib)
+    -DCMAKE_BUILD_RPATH=${prefix}/lib -DQEL_WANTED=${VERSION})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
-run(${WORK_DIR}/build/consumer)
+run(${WORK_DIR}/build/consumer ${VERSION})
 run(${WORK_DIR}/build/consumer_cpp)
 message(STATUS "pkg-config and find_package consumers built and ran")
