@@ -51,8 +51,11 @@ class Reader {
   size_t n_;
 };
 
+inline std::string g_input;  // the test's current input (a seed or a corpus file), for the failure message
+
 [[noreturn]] inline void fail(const char *file, int line, const char *what, const char *detail) {
-  std::fprintf(stderr, "\n*** model mismatch at %s:%d: %s\n    %s\n", file, line, what, detail);
+  std::fprintf(stderr, "\n*** model mismatch at %s:%d: %s\n    %s\n    input: %s\n", file, line, what, detail,
+               g_input.c_str());
   std::fflush(stderr);
   std::abort();
 }
@@ -421,10 +424,11 @@ inline void run_model(const char *corpus) {
   for (int seed = 0; seed < 300; ++seed) {
     std::vector<uint8_t> in(8 + next() % (seed % 4 == 0 ? 8000 : 1500));
     for (uint8_t &b : in) b = static_cast<uint8_t>(next());
-    SCOPED_TRACE(seed);
+    g_input = "seed " + std::to_string(seed);
     LLVMFuzzerTestOneInput(in.data(), in.size());
   }
   for (const auto &f : std::filesystem::directory_iterator(corpus)) {
+    g_input = f.path().string();
     std::ifstream s(f.path(), std::ios::binary);
     const std::vector<uint8_t> in((std::istreambuf_iterator<char>(s)), std::istreambuf_iterator<char>());
     LLVMFuzzerTestOneInput(in.data(), in.size());
