@@ -454,23 +454,18 @@ void stream_op(Reader &r, Stream &m, Stream &other, qel_string &str, std::string
   fz::Text t;
   if (sub < 2 && !(r.flag() && fz::inside(r, m.s.bytes, m.s.length, t))) t = fz::outside(r, 2, false);
   switch (sub) {
-    case 0:  // copy, possibly from its own bytes
-      qel_stream_copy(&m.s, t.p(), t.len);
-      m.v = t.value;
-      break;
-    case 1:  // append, possibly its own bytes
+    case 0:  // copy or append, possibly of its own bytes
+    case 1:
       if (m.v.size() > 4096) return;
-      qel_stream_append(&m.s, t.p(), t.len);
-      m.v += t.value;
+      (sub == 0 ? qel_stream_copy : qel_stream_append)(&m.s, t.p(), t.len);
+      m.v = (sub == 0 ? std::string() : m.v) + t.value;
       break;
-    case 2:  // clone, of itself or of the other
-      if (r.flag()) {
-        qel_stream_clone(&m.s, &m.s);
-      } else {
-        qel_stream_clone(&other.s, &m.s);
-        m.v = other.v;
-      }
+    case 2: {  // clone, of itself or of the other
+      Stream &src = r.flag() ? m : other;
+      qel_stream_clone(&src.s, &m.s);
+      m.v = src.v;
       break;
+    }
     case 3: {  // expand
       const int64_t n = static_cast<int64_t>(r.u16() % 5000) - 4;
       qel_stream_expand(&m.s, n);

@@ -31,9 +31,9 @@ const char *fill(std::vector<char> &buf, int64_t len, int k) {
   return buf.data();
 }
 
-bool holds(const char *p, int64_t len, int64_t want_len, int k) {
+bool holds(std::string_view s, int64_t want_len, int k) {
   std::vector<char> want;
-  return len == want_len && p != nullptr && std::memcmp(p, fill(want, want_len, k), static_cast<size_t>(len)) == 0;
+  return static_cast<int64_t>(s.size()) == want_len && s == std::string_view(fill(want, want_len, k), s.size());
 }
 
 // An address range of the given size that costs no memory until touched.
@@ -80,9 +80,13 @@ TEST_F(BigLimits, StringPoolReaching4GiBIsRefusedAndKeepsItsStrings) {
   for (int k = 0; k < 16; ++k) {
     const char *p = nullptr;
     int64_t len = -1;
-    const uint32_t tag = qel_array_get_at(&a, k, &p, &len);
-    EXPECT_TRUE(k == 0 ? holds(p, len, kMiB, 19) : holds(p, len, k == 15 ? kChunk - kMiB : kChunk, k)) << k;
-    EXPECT_EQ(tag, k == 0 ? 19u : static_cast<uint32_t>(k));
+    EXPECT_EQ(qel_array_get_at(&a, k, &p, &len), k == 0 ? 19u : static_cast<uint32_t>(k));
+    EXPECT_TRUE(holds({p, static_cast<size_t>(len)},
+                      k == 0    ? kMiB
+                      : k == 15 ? kChunk - kMiB
+                                : kChunk,
+                      k ? k : 19))
+        << k;
   }
   qel_array_term(&a);
 }
@@ -109,10 +113,8 @@ TEST_F(BigLimits, ColumnSetStringPoolReaching4GiBIsRefusedWhole) {
   qel_xvars_set_string(xs.get(), 15, 0, fill(buf, 300 * kMiB, 21), 300 * kMiB);  // cannot be placed below 4 GiB
   qel_xvars_set_string(xs.get(), 14, 0, fill(buf, 301 * kMiB, 21), 301 * kMiB);
   EXPECT_LT(xs.get()->data.array.pool.length, k4GiB);
-  for (int k = 0; k < 16; ++k) {
-    const std::string_view s = xs.get<std::string_view>(k, 0);
-    EXPECT_TRUE(holds(s.data(), static_cast<int64_t>(s.size()), k == 15 ? kChunk - kMiB : kChunk, k)) << k;
-  }
+  for (int k = 0; k < 16; ++k)
+    EXPECT_TRUE(holds(xs.get<std::string_view>(k, 0), k == 15 ? kChunk - kMiB : kChunk, k)) << k;
   // A light variant whose own pool is nearly full cannot take an entry either.
   x.shrink(0);
   for (int k = 0; k < 15; ++k) x.add(std::string_view(fill(buf, kChunk, 30 + k), kChunk));
@@ -120,10 +122,7 @@ TEST_F(BigLimits, ColumnSetStringPoolReaching4GiBIsRefusedWhole) {
   xs.fetch(3, x);  // 3840 MiB + 256 MiB: refused whole
   x.add(std::string_view(fill(buf, kChunk, 40), kChunk));
   EXPECT_EQ(x.size(), 15);
-  for (int k = 0; k < 15; ++k) {
-    const std::string_view s = x.get<std::string_view>(k);
-    EXPECT_TRUE(holds(s.data(), static_cast<int64_t>(s.size()), kChunk, 30 + k)) << "light variant entry " << k;
-  }
+  for (int k = 0; k < 15; ++k) EXPECT_TRUE(holds(x.get<std::string_view>(k), kChunk, 30 + k)) << "light variant " << k;
 }
 
 // Holding `held` = 2^32 - 3 values: three more are refused whole, two are
