@@ -231,19 +231,18 @@ void array_op(Reader &r, Model<T> &x, Model<T> &other) {
       return;
     }
     case 10:
-    case 11: {  // entry_insert, then maybe write the entry's buf
-      if (m.count >= kMaxCount) return;
-      const uint64_t v = value(t);
-      int64_t at = m.lowest(v, t.value, str);
-      decltype(a.entries) e;
-      if constexpr (str) e = qel_array_entry_insert(&a, t.p(), t.len);
-      else e = T::insert(&a, v, core);
-      if (at < 0) {
-        m.push(v, t.value, 0);
-        at = m.count - 1;
+    case 11: {  // entry_insert (numbers: now and then a run of new values), then maybe write the entry's buf
+      const uint64_t base = r.u64(), mask = T::k == Num::u32 ? 0xFFFFFFFFu : ~uint64_t{0};
+      for (int k = 0, n = !str && r.u8() < 24 ? 64 : 1; k < n && m.count < kMaxCount; ++k) {
+        const uint64_t v = k == 0 ? value(t) : (base + static_cast<uint64_t>(k)) & mask;
+        int64_t at = m.lowest(v, t.value, str);
+        decltype(a.entries) e;
+        if constexpr (str) e = qel_array_entry_insert(&a, t.p(), t.len);
+        else e = T::insert(&a, v, core);
+        if (at < 0) m.push(v, t.value, 0), at = m.count - 1;
+        FZ_CHECK(e == a.entries + at, "%s: entry_insert gave entry %ld, expected %ld", T::name, (e - a.entries), at);
+        if (r.flag()) e->buf = m.at(at).buf = pick_buf(r);
       }
-      FZ_CHECK(e == a.entries + at, "%s: entry_insert gave entry %ld, expected %ld", T::name, (e - a.entries), at);
-      if (r.flag()) e->buf = m.at(at).buf = pick_buf(r);
       break;
     }
     case 12: {  // qsort

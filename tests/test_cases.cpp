@@ -216,9 +216,9 @@ TEST(Schema, TagsNamesAndNull) {
   }
   qel_var_schema_get_at(s.get(), 2, &name, &len, &t, &m);  // a zero tag gives only the name
   EXPECT_TRUE(std::string(name, static_cast<size_t>(len)) == "rec" && t == 4464 && m == 0x80);
-  qel_var_schema_set_at(s.get(), 1, 6, 1);
+  qel_var_schema_set_at(s.get(), 0, 6, 1);
   qel_var_schema_set_at(s.get(), 3, 9, 9);
-  qel_var_schema_get_at(s.get(), 1, &name, &len, &t, &m);
+  qel_var_schema_get_at(s.get(), 0, &name, &len, &t, &m);
   EXPECT_TRUE(std::string(name, static_cast<size_t>(len)) == "id" && t == 6 && m == 1);
   EXPECT_EQ(qel_var_schema_size(s.get()), 3);
   qel_var_schema_add(nullptr, "x", 1, 1, 0);
