@@ -372,7 +372,9 @@ void hash_op(Reader &r, Hash &m, Hash &other) {
       const int64_t at = m.newest(k);
       void *want = at >= 0 ? m.e[static_cast<size_t>(at)].second : nullptr;
       const int64_t n = static_cast<int64_t>(k.size());
-      FZ_CHECK(qel_hash_get(&m.h, k.data(), n) == want && qel_detail::hash_get(&m.h, k.data(), n) == want,
+      FZ_CHECK(qel_hash_get(&m.h, k.data(), n) == want && qel_detail::hash_get(&m.h, k.data(), n) == want &&
+                   qel_hash_get(&m.h, nullptr, n + 1) == nullptr &&
+                   qel_detail::hash_get(&m.h, nullptr, n + 1) == nullptr,
                "qel_hash: get of a key of %ld bytes differs", n);
       break;
     }
@@ -513,10 +515,12 @@ void stream_op(Reader &r, Stream &m, Stream &other, qel_string &str, std::string
       check_bytes(str, strv, "qel_string");
       return;
     }
-    default: {  // comparisons
+    default: {  // comparisons; NULL or a negative length compares as no bytes
       const std::string a = fz::pick_string(r, 6), b = r.flag() ? a : fz::pick_string(r, 6);
-      const int c = qel_mem_cmp(a.data(), static_cast<int64_t>(a.size()), b.data(), static_cast<int64_t>(b.size()));
-      FZ_CHECK(fz::sign(c) == fz::bytes_order(a, b), "qel_mem_cmp gave %d", c);
+      const bool null = r.u8() < 32, negative = r.u8() < 32;
+      const int c = qel_mem_cmp(a.data(), negative ? -1 : static_cast<int64_t>(a.size()), null ? nullptr : b.data(),
+                                static_cast<int64_t>(b.size()));
+      FZ_CHECK(fz::sign(c) == fz::bytes_order(negative ? "" : a, null ? "" : b), "qel_mem_cmp gave %d", c);
       const qel_char_view view{a.data(), static_cast<int64_t>(a.size())};
       FZ_CHECK((qel_char_compare(&view, b.data(), static_cast<int64_t>(b.size())) == 0) == (a == b),
                "qel_char_compare");
