@@ -52,7 +52,7 @@ struct row {
   std::string group;  // workload id, e.g. "1.code1"
   std::string arm;    // e.g. "qel", "std::vector", "json-c"
   std::function<void(benchmark::State &)> fn;
-  double items;       // units of work per iteration (values, records, lookups...)
+  double items;  // units of work per iteration (values, records, lookups...)
 };
 
 // Requires a group id known to the table (bench_main.cpp); adds a row whose
@@ -71,17 +71,17 @@ size_t heap_in_use();
 void note_heap(const char *group, const char *arm, size_t before, int64_t units);
 
 // Each source file adds its rows here (called once, by main).
-void register_values();   // workloads 1 and 2
-void register_records();  // workloads 3, 4 and 5 (qel, C++ baselines, Abseil)
-void register_sort();     // workload 6
-void register_search();   // workloads 7 and 8
-void register_columns();  // workload 9
+void register_values();        // workloads 1 and 2
+void register_records();       // workloads 3, 4 and 5 (qel, C++ baselines, Abseil)
+void register_sort();          // workload 6
+void register_search();        // workloads 7 and 8
+void register_columns();       // workload 9
 void register_column_parts();  // workload 9's append and fetch apart (bench_columns.cpp)
-void register_json();     // workload 10 (qel; json-c and RapidJSON when found)
-void register_tally();    // workload 11
-void register_jsonc();    // json-c rows of workloads 1, 3, 4 and 5 (when found)
-void register_avro();     // Avro C rows of workloads 1, 3, 4 and 5 (when found)
-void register_glib();     // GLib rows of workload 1 (when found)
+void register_json();          // workload 10 (qel; json-c and RapidJSON when found)
+void register_tally();         // workload 11
+void register_jsonc();         // json-c rows of workloads 1, 3, 4 and 5 (when found)
+void register_avro();          // Avro C rows of workloads 1, 3, 4 and 5 (when found)
+void register_glib();          // GLib rows of workload 1 (when found)
 
 // Keeps a value alive for the optimizer without a memory clobber.
 template <typename T>

@@ -99,9 +99,8 @@ inline constexpr int64_t kLookupPattern = 4096;  // a power of two
 // The 16 member names, of everyday field-name lengths.
 inline const std::vector<std::string> &member_names() {
   static const std::vector<std::string> v = {
-      "id",        "name",       "email",      "created_at", "updated_at", "owner",
-      "status",    "priority",   "score",      "latitude",   "longitude",  "country_code",
-      "tags",      "description", "version",   "parent_identifier"};
+      "id",    "name",     "email",     "created_at",   "updated_at", "owner",       "status",  "priority",
+      "score", "latitude", "longitude", "country_code", "tags",       "description", "version", "parent_identifier"};
   return v;
 }
 

@@ -24,7 +24,8 @@ void jsonc_append_read_int(benchmark::State &state) {
     json_object *a = json_object_new_array();
     for (int64_t x : in) json_object_array_add(a, json_object_new_int64(x));
     int64_t sum = 0;
-    for (int64_t i = 0; i < kValues; ++i) sum += json_object_get_int64(json_object_array_get_idx(a, static_cast<size_t>(i)));
+    for (int64_t i = 0; i < kValues; ++i)
+      sum += json_object_get_int64(json_object_array_get_idx(a, static_cast<size_t>(i)));
     qb::keep(sum);
     json_object_put(a);
   }
@@ -67,7 +68,8 @@ void jsonc_records(benchmark::State &state) {
   std::vector<json_object *> built(static_cast<size_t>(kRecords));
   for (auto _ : state) {
     const size_t before = qb::heap_in_use();
-    for (int64_t i = 0; i < kRecords; ++i) built[static_cast<size_t>(i)] = jsonc_record_from(in[static_cast<size_t>(i)]);
+    for (int64_t i = 0; i < kRecords; ++i)
+      built[static_cast<size_t>(i)] = jsonc_record_from(in[static_cast<size_t>(i)]);
     qb::note_heap("3.records", "json-c", before, kRecords);
     for (json_object *o : built) json_object_put(o);
   }

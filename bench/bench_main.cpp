@@ -46,8 +46,7 @@ const std::vector<workload> &workloads() {
       {"1.code6", "1 append+read 10^6, code 6", "value", 2.0, {"std::vector"}, false},
       {"2.single", "2 single set+get, code 1", "set+get", 1.5, {"plain struct, call"}, false},
       {"3.records", "3 build, fill, free records", "record", 0.5, {"json-c", "Avro C"}, true},
-      {"4.lookup", "4 member lookup, 16 members", "lookup", 1.2,
-       {"std::unordered_map", "absl::flat_hash_map"}, true},
+      {"4.lookup", "4 member lookup, 16 members", "lookup", 1.2, {"std::unordered_map", "absl::flat_hash_map"}, true},
       {"5.copy", "5 deep copy of a record", "copy", 0.5, {"json-c", "Avro C"}, true},
       {"6.code1.asc", "6 sort 10^6, code 1, asc", "entry", 1.3, {"LSD radix"}, false},
       {"6.code1.desc", "6 sort 10^6, code 1, desc", "entry", 1.3, {"LSD radix"}, false},
@@ -60,8 +59,12 @@ const std::vector<workload> &workloads() {
       {"6.code5.asc", "6 sort 10^6, code 5, asc", "entry", 0, {"std::sort"}, false},
       {"6.code5.desc", "6 sort 10^6, code 5, desc", "entry", 0, {"std::sort"}, false},
       {"7.bfind", "7 bfind in 10^6 sorted, code 1", "search", 1.1, {"branchless+prefetch"}, false},
-      {"8.keyed", "8 keyed insert 10^5, code 1", "insert", 1.5,
-       {"absl::flat_hash_map index+vector", "std::unordered_map index+vector"}, false},
+      {"8.keyed",
+       "8 keyed insert 10^5, code 1",
+       "insert",
+       1.5,
+       {"absl::flat_hash_map index+vector", "std::unordered_map index+vector"},
+       false},
       {"9.columns", "9 column set 2*10^5 rows", "row", 1.3, {"offsets+values"}, false},
       {"9.append", "9 column set append, 10^6 values", "value", 0, {"offsets+values"}, false},
       {"9.fetch", "9 column set fetch, 10^6 values", "value", 0, {"offsets+values"}, false},
@@ -222,8 +225,8 @@ class table_reporter : public benchmark::ConsoleReporter {
         }
         std::string label = first ? std::string(w.label) : std::string();
         if (first) label += std::string(" [") + w.unit + "]";
-        std::printf("%-40s %-44s %9s %7s %7s %6s  %s\n", label.c_str(), arm.c_str(), fmt_ns(ns).c_str(), ratio,
-                    heap, heap_ratio, verdict.c_str());
+        std::printf("%-40s %-44s %9s %7s %7s %6s  %s\n", label.c_str(), arm.c_str(), fmt_ns(ns).c_str(), ratio, heap,
+                    heap_ratio, verdict.c_str());
         first = false;
       }
     }

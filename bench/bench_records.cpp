@@ -118,7 +118,8 @@ void qel_records(benchmark::State &state) {
   std::vector<qel_var *> built(static_cast<size_t>(kRecords));
   for (auto _ : state) {
     const size_t before = qb::heap_in_use();
-    for (int64_t i = 0; i < kRecords; ++i) built[static_cast<size_t>(i)] = qb::qel_record_from(in[static_cast<size_t>(i)]);
+    for (int64_t i = 0; i < kRecords; ++i)
+      built[static_cast<size_t>(i)] = qb::qel_record_from(in[static_cast<size_t>(i)]);
     qb::note_heap("3.records", "qel", before, kRecords);
     for (qel_var *r : built) qel_var_free(r);
   }
@@ -168,9 +169,8 @@ void cpp_records(benchmark::State &state) {
 
 void qel_lookup(benchmark::State &state) {
   qel_var *r = qel_var_new_x(30, 0, the_schemas(), resolve);
-  qb::run_lookups(state, [r](std::string_view k) {
-    return qel_var_get_val(r, k.data(), static_cast<int64_t>(k.size()));
-  });
+  qb::run_lookups(state,
+                  [r](std::string_view k) { return qel_var_get_val(r, k.data(), static_cast<int64_t>(k.size())); });
   qel_var_free(r);
 }
 

@@ -79,8 +79,8 @@ std::vector<qel_arrayd_entry> sorted_entries() {
 void lower_bound_find(benchmark::State &state) {
   const std::vector<qel_arrayd_entry> e = sorted_entries();
   run_searches(state, [&e](uint32_t key) -> int64_t {
-    auto it = std::lower_bound(e.begin(), e.end(), key,
-                               [](const qel_arrayd_entry &x, uint32_t k) { return x.value < k; });
+    auto it =
+        std::lower_bound(e.begin(), e.end(), key, [](const qel_arrayd_entry &x, uint32_t k) { return x.value < k; });
     return it != e.end() && it->value == key ? it - e.begin() : -1;
   });
 }

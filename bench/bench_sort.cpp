@@ -187,9 +187,13 @@ void qb::register_sort() {
   for (const uint32_t code : {1u, 6u, 7u, 4u, 5u}) {
     for (const int asc : {1, 0}) {
       const char *id = ids[k++].c_str();
-      add(id, "qel", [code, asc](benchmark::State &s) { qel_sort(s, code, asc); }, kValues);
-      if (code == 1) add(id, "LSD radix", [asc](benchmark::State &s) { radix(s, asc); }, kValues);
-      add(id, code == 7 ? "std::sort string_view" : "std::sort",
+      add(
+          id, "qel", [code, asc](benchmark::State &s) { qel_sort(s, code, asc); }, kValues);
+      if (code == 1)
+        add(
+            id, "LSD radix", [asc](benchmark::State &s) { radix(s, asc); }, kValues);
+      add(
+          id, code == 7 ? "std::sort string_view" : "std::sort",
           [code, asc](benchmark::State &s) { std_sort(s, code, asc); }, kValues);
     }
   }

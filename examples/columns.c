@@ -111,7 +111,8 @@ int main(void) {
             qel_xvar_get_string(names, k, &s, &len);
             label(r, k, text, sizeof text);
             if (qel_xvar_get_double(row, k) != sample(r, k)) bad = fail("fetched sample", r, k);
-            else if (len != (int64_t)strlen(text) || memcmp(s, text, (size_t)len) != 0) bad = fail("fetched label", r, k);
+            else if (len != (int64_t)strlen(text) || memcmp(s, text, (size_t)len) != 0)
+                bad = fail("fetched label", r, k);
             else if (qel_xvar_get_buf(names, k) != (uint64_t)(r * 100 + k)) bad = fail("fetched buf", r, k);
         }
         /* Fetching appends label bytes to the light variant's pool: empty it now and then. */
@@ -122,8 +123,8 @@ int main(void) {
     }
 
     if (!bad)
-        printf("columns: %d rows, %lld samples (sum %.4f), %lld labels: all read back\n", ROWS,
-               (long long)values, sum, (long long)values);
+        printf("columns: %d rows, %lld samples (sum %.4f), %lld labels: all read back\n", ROWS, (long long)values, sum,
+               (long long)values);
     qel_xvar_free(names);
     qel_xvar_free(row);
     qel_xvar_free(id);

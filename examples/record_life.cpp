@@ -68,8 +68,7 @@ int main() {
         for (auto member : copy.members())
             std::printf("%.*s(code %u) ", static_cast<int>(member.name.size()), member.name.data(),
                         member.value.type());
-        std::printf("\ncopy id = %lld, original id now %lld\n",
-                    static_cast<long long>(copy["id"].get<std::int64_t>()),
+        std::printf("\ncopy id = %lld, original id now %lld\n", static_cast<long long>(copy["id"].get<std::int64_t>()),
                     static_cast<long long>(record["id"].get<std::int64_t>()));
         check(copy["id"].get<std::int64_t>() == 42, "the copy keeps id 42");
         check(copy["tags"].get<std::string_view>(1) == "green", "the copy has its own tags");

@@ -14,15 +14,16 @@
 
 namespace {
 
-qel_schema *g_rec, *g_child;  // 20: id:4 n:1 score:6 ratio:5 name:7 tags:8* kids:21* child:21 w:9*; 21: x:5* s:7 next:21
+qel_schema *g_rec,
+    *g_child;  // 20: id:4 n:1 score:6 ratio:5 name:7 tags:8* kids:21* child:21 w:9*; 21: x:5* s:7 next:21
 qel_schema *resolver(void *, uint32_t type) { return type == 20 ? g_rec : type == 21 ? g_child : nullptr; }
 
-const struct { uint32_t type; uint8_t multi; } kShapes[] = {{20, 0}, {20, 0}, {20, 1}, {21, 0}, {1, 1},
-                                                            {4, 0}, {5, 1}, {6, 1}, {7, 1}, {8, 0}};
+const struct {
+  uint32_t type;
+  uint8_t multi;
+} kShapes[] = {{20, 0}, {20, 0}, {20, 1}, {21, 0}, {1, 1}, {4, 0}, {5, 1}, {6, 1}, {7, 1}, {8, 0}};
 
-qel_var *make(unsigned shape) {
-  return qel_var_new_x(kShapes[shape].type, kShapes[shape].multi, nullptr, resolver);
-}
+qel_var *make(unsigned shape) { return qel_var_new_x(kShapes[shape].type, kShapes[shape].multi, nullptr, resolver); }
 
 std::string text_of(const qel_var *v) {
   qel_stream s;
@@ -40,10 +41,14 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   if (g_rec != nullptr) return 0;
   g_rec = qel_var_schema_new();
   g_child = qel_var_schema_new();
-  const struct { const char *n; qel_schema *s; uint32_t t; uint8_t m; } members[] = {
-      {"id", g_rec, 4, 0},    {"n", g_rec, 1, 0},     {"score", g_rec, 6, 0}, {"ratio", g_rec, 5, 0},
-      {"name", g_rec, 7, 0},  {"tags", g_rec, 8, 1},  {"kids", g_rec, 21, 1}, {"child", g_rec, 21, 0},
-      {"w", g_rec, 9, 0xFF},  {"x", g_child, 5, 1},   {"s", g_child, 7, 0},   {"next", g_child, 21, 0}};
+  const struct {
+    const char *n;
+    qel_schema *s;
+    uint32_t t;
+    uint8_t m;
+  } members[] = {{"id", g_rec, 4, 0},   {"n", g_rec, 1, 0},    {"score", g_rec, 6, 0}, {"ratio", g_rec, 5, 0},
+                 {"name", g_rec, 7, 0}, {"tags", g_rec, 8, 1}, {"kids", g_rec, 21, 1}, {"child", g_rec, 21, 0},
+                 {"w", g_rec, 9, 0xFF}, {"x", g_child, 5, 1},  {"s", g_child, 7, 0},   {"next", g_child, 21, 0}};
   for (const auto &m : members) qel_var_schema_add(m.s, m.n, static_cast<int64_t>(std::strlen(m.n)), m.t, m.m);
   return 0;
 }

@@ -580,13 +580,15 @@ void json_round_trip(const Handle &h, Reader &r) {
   int rc2 = 0;
   const std::string before = json_text(fresh, 0, &rc2);
   qel_json_error err;
-  const int rr = qel_json_read(fresh, text.data(), static_cast<int64_t>(text.size()), &g_context_tag, json_resolver, 0, &err);
+  const int rr =
+      qel_json_read(fresh, text.data(), static_cast<int64_t>(text.size()), &g_context_tag, json_resolver, 0, &err);
   const std::string after = json_text(fresh, flags, &rc2);
   if (s.depth > QEL_JSON_MAX_DEPTH) {
     FZ_CHECK(rr == QEL_JSON_ERR_DEPTH, "json read of %d levels gave %d", s.depth, rr);
   } else if (s.elements_fit) {
-    FZ_CHECK(rr == QEL_JSON_OK && after == text && qel_var_equal(fresh, h.r), "json round trip: read %d (%s)\n    wrote %s\n    reread %s", rr,
-             err.message, text.substr(0, 150).c_str(), after.substr(0, 150).c_str());
+    FZ_CHECK(rr == QEL_JSON_OK && after == text && qel_var_equal(fresh, h.r),
+             "json round trip: read %d (%s)\n    wrote %s\n    reread %s", rr, err.message, text.substr(0, 150).c_str(),
+             after.substr(0, 150).c_str());
   }
   FZ_CHECK(rr == QEL_JSON_OK || json_text(fresh, 0, &rc2) == before, "failed json read (%d) changed it", rr);
   qel_var_free(fresh);

@@ -317,7 +317,8 @@ QEL_API void qel_var_schema_add(qel_schema *schema, const char *name, int64_t le
  * storing its type code in *type_out and its multi byte in *multi_out; -1
  * without a match, outputs untouched.
  */
-QEL_API int qel_var_schema_find(const qel_schema *schema, const char *name, int64_t length, uint32_t *type_out, uint8_t *multi_out);
+QEL_API int qel_var_schema_find(const qel_schema *schema, const char *name, int64_t length, uint32_t *type_out,
+                                uint8_t *multi_out);
 
 /* The number of members. */
 QEL_API int64_t qel_var_schema_size(const qel_schema *schema);
@@ -333,7 +334,8 @@ QEL_API void qel_var_schema_set_at(qel_schema *schema, int64_t index, uint32_t t
  * multi outputs untouched; so does a member of type 0 and multi 0 for those
  * two outputs.
  */
-QEL_API void qel_var_schema_get_at(const qel_schema *schema, int64_t index, const char **name_out, int64_t *length_out, uint32_t *type_out, uint8_t *multi_out);
+QEL_API void qel_var_schema_get_at(const qel_schema *schema, int64_t index, const char **name_out, int64_t *length_out,
+                                   uint32_t *type_out, uint8_t *multi_out);
 
 /* ---- full variant: capacity and reset ---- */
 
@@ -531,9 +533,9 @@ QEL_API void qel_xvar_free(qel_xvar *v);
 
 /* Array: n = 0 empties it; n > 0 sets the count to the smaller of n and the
  * capacity (entries keep their caller values; a raised count exposes what
- * those entries held when last in use, or zeros where they never were); a negative n changes nothing. Single: a number and its
- * caller value become 0; a string is cut to at most n bytes and its caller
- * value becomes 0. Other codes: nothing.
+ * those entries held when last in use, or zeros where they never were); a negative n changes nothing. Single: a number
+ * and its caller value become 0; a string is cut to at most n bytes and its caller value becomes 0. Other codes:
+ * nothing.
  */
 QEL_API void qel_xvar_shrink(qel_xvar *v, int64_t n);
 
@@ -779,7 +781,8 @@ QEL_API void qel_xvars_set_string(qel_xvars *xs, int64_t entry, int64_t pos, con
  * terminated, valid until the column set is next changed. NULL and 0 out of
  * range and for codes other than 5.
  */
-QEL_API void qel_xvars_get_string(const qel_xvars *xs, int64_t entry, int64_t pos, const char **str_out, int64_t *length_out);
+QEL_API void qel_xvars_get_string(const qel_xvars *xs, int64_t entry, int64_t pos, const char **str_out,
+                                  int64_t *length_out);
 
 /* Multi form only: sets the caller value of value `pos` of entry `entry` (a
  * negative pos means the entry's last value), for codes 1 to 5. The single

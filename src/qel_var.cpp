@@ -209,7 +209,8 @@ struct native<int64_t> {
 template <class T>
 inline void add_value(qel_var *var, T v) {
   using N = native<T>;
-  if (__builtin_expect(N::has(var->type) && var->multi != 0, 1)) return qel_detail::append(N::array(var), N::bits(v), 0);
+  if (__builtin_expect(N::has(var->type) && var->multi != 0, 1))
+    return qel_detail::append(N::array(var), N::bits(v), 0);
   add_value_any(var, v);
 }
 
@@ -262,7 +263,7 @@ class byte_copy {
  public:
   byte_copy(const char *src, int64_t n)
       : bytes_(n <= static_cast<int64_t>(sizeof local_) ? local_
-                                                         : static_cast<char *>(qel_malloc(static_cast<size_t>(n)))),
+                                                        : static_cast<char *>(qel_malloc(static_cast<size_t>(n)))),
         length_(n) {
     if (n > 0) std::memcpy(bytes_, src, static_cast<size_t>(n));
   }

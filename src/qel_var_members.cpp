@@ -92,7 +92,6 @@ void release(const qel_var *var, qel_var *m, bool block_stays) {
   if (block_stays) mark_released(m);
 }
 
-
 // Requires a schema and the path of records being built above; whether a
 // record of this schema gets its members here: not when the schema is already
 // being built further up the path, nor at the depth bound (then the record
@@ -141,7 +140,8 @@ void fill(qel_var *var, qel_var *places, int64_t in_place, void *context, qel_sc
     int64_t length = 0;
     qel_detail::array_entry(schema, i, &name, &length);
     const auto len = static_cast<uint32_t>(length);  // a string array's lengths are 32-bit
-    qel_hash_entry *entry = qel_detail::hash_insert_in_block(members, name, len, qel_detail::key_hash(name, len), member);
+    qel_hash_entry *entry =
+        qel_detail::hash_insert_in_block(members, name, len, qel_detail::key_hash(name, len), member);
     if (entry == nullptr) entry = qel_hash_insert(members, name, length, member);
     if (entry == nullptr || entry->value != member) release(var, member, true);  // the hash kept no place for it
   }
@@ -157,9 +157,9 @@ void qel::members_new(qel_var *var, void *context, qel_schema_resolver resolver,
   const block_plan plan = plan_of(var->schema);
   qel_var *places = nullptr;
   if (plan.places != 0)
-    places = places_of(qel_detail::hash_reserve_block(&var->data.members, block_front(plan.places), plan.places,
-                                                      plan.key_bytes),
-                       plan.places);
+    places = places_of(
+        qel_detail::hash_reserve_block(&var->data.members, block_front(plan.places), plan.places, plan.key_bytes),
+        plan.places);
   fill(var, places, plan.places, context, resolver, &here);
 }
 
@@ -173,8 +173,8 @@ qel_var *qel::record_new_at(uint32_t type, qel_schema *schema, void *context, qe
   if (plan.places == 0) return nullptr;
   qel_hash members;
   qel_detail::hash_init(&members);
-  void *block = qel_detail::hash_reserve_block(&members, sizeof(qel_var) + block_front(plan.places), plan.places,
-                                               plan.key_bytes);
+  void *block =
+      qel_detail::hash_reserve_block(&members, sizeof(qel_var) + block_front(plan.places), plan.places, plan.key_bytes);
   qel_var *var = var_at(block, type, 0, schema);
   var->data.members = members;
   const build_path here{schema, up, up != nullptr ? up->depth + 1 : 1};

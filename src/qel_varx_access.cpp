@@ -49,14 +49,10 @@ uint64_t read_buf(const Array &a, int64_t index) {
 }
 
 // Requires a multi variant; keyed insert of a 32-bit key, its caller value.
-uint64_t insert32(qel_var *var, uint32_t key) {
-  return qel_detail::entry_insert(&var->data.arrayd, key)->buf;
-}
+uint64_t insert32(qel_var *var, uint32_t key) { return qel_detail::entry_insert(&var->data.arrayd, key)->buf; }
 
 // Requires a multi variant; keyed insert of a 64-bit key, its caller value.
-uint64_t insert64(qel_var *var, int64_t key) {
-  return qel_detail::entry_insert(&var->data.arrayx, key)->buf;
-}
+uint64_t insert64(qel_var *var, int64_t key) { return qel_detail::entry_insert(&var->data.arrayx, key)->buf; }
 
 // The keyed adders try first the hit of a key already present, for the codes
 // of the caller kind's own kind (integer: 1 to 3, float: 5, double: 6),
@@ -68,7 +64,10 @@ uint64_t insert64(qel_var *var, int64_t key) {
 [[gnu::noinline]] uint64_t add_integer_x_any(qel_var *var, int64_t value) {
   if (var->multi == 0) return 0;
   switch (var->type) {
-    case 1: case 2: case 3: case 9: return insert32(var, conv::low32(value));
+    case 1:
+    case 2:
+    case 3:
+    case 9: return insert32(var, conv::low32(value));
     case 5: return insert32(var, conv::float_bits(conv::to_float(value)));
     case 4: return insert64(var, value);
     case 6: return insert64(var, conv::double_bits(conv::to_double(value)));
@@ -80,7 +79,10 @@ uint64_t insert64(qel_var *var, int64_t key) {
 [[gnu::noinline]] uint64_t add_float_x_any(qel_var *var, float value) {
   if (var->multi == 0) return 0;
   switch (var->type) {
-    case 1: case 2: case 3: case 9: return insert32(var, conv::low32(conv::truncate(value)));
+    case 1:
+    case 2:
+    case 3:
+    case 9: return insert32(var, conv::low32(conv::truncate(value)));
     case 5: return insert32(var, conv::float_bits(value));
     case 4: return insert64(var, conv::truncate(value));
     case 6: return insert64(var, conv::double_bits(static_cast<double>(value)));
@@ -92,7 +94,10 @@ uint64_t insert64(qel_var *var, int64_t key) {
 [[gnu::noinline]] uint64_t add_double_x_any(qel_var *var, double value) {
   if (var->multi == 0) return 0;
   switch (var->type) {
-    case 1: case 2: case 3: case 9: return insert32(var, conv::low32(conv::truncate(value)));
+    case 1:
+    case 2:
+    case 3:
+    case 9: return insert32(var, conv::low32(conv::truncate(value)));
     case 5: return insert32(var, conv::float_bits(conv::to_float(value)));
     case 4: return insert64(var, conv::truncate(value));
     case 6: return insert64(var, conv::double_bits(value));
@@ -158,9 +163,7 @@ QEL_API void qel_var_shrink(qel_var *var, int64_t n) {
       if (n == 0) qel_array_remove_all(&var->data.array);
       else set_count(&var->data.array, n);
       break;
-    case storage::record:
-      qel_arrays_free_all(&var->data.vars, qel_var_term);
-      break;
+    case storage::record: qel_arrays_free_all(&var->data.vars, qel_var_term); break;
   }
 }
 
@@ -182,14 +185,13 @@ QEL_API void qel_var_trim(qel_var *var) {
 // the caller value of its entry (0 when nothing was done).
 QEL_API uint64_t qel_var_add_integer_x(qel_var *var, int64_t value) {
   if (var->type - 1u < 3u && var->multi != 0) [[likely]]
-    if (const qel_arrayd_entry *e = qel_detail::indexed_entry_noted(&var->data.arrayd, conv::low32(value))) return e->buf;
+    if (const qel_arrayd_entry *e = qel_detail::indexed_entry_noted(&var->data.arrayd, conv::low32(value)))
+      return e->buf;
   return add_integer_x_any(var, value);
 }
 
 // Requires a variant; the same as qel_var_add_integer_x.
-QEL_API uint64_t qel_var_add_long_x(qel_var *var, int64_t value) {
-  return qel_var_add_integer_x(var, value);
-}
+QEL_API uint64_t qel_var_add_long_x(qel_var *var, int64_t value) { return qel_var_add_integer_x(var, value); }
 
 // Requires a variant; as qel_var_add_integer_x for a float.
 QEL_API uint64_t qel_var_add_float_x(qel_var *var, float value) {

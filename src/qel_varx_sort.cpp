@@ -24,10 +24,8 @@ void sort_floats(qel_arrayd *a, int flag) {
   const int64_t n = qel_detail::in_use(a);
   if (n < 2) return;
   qel_detail::drop_lookup(a);  // the keyed-insert index knows the old positions
-  if (flag != 0)
-    qel::fsort::quicksort<float, true>(a->entries, n);
-  else
-    qel::fsort::quicksort<float, false>(a->entries, n);
+  if (flag != 0) qel::fsort::quicksort<float, true>(a->entries, n);
+  else qel::fsort::quicksort<float, false>(a->entries, n);
 }
 
 // Requires a multi double array; sorts it, ascending for a nonzero flag.
@@ -35,10 +33,8 @@ void sort_doubles(qel_arrayx *a, int flag) {
   const int64_t n = qel_detail::in_use(a);
   if (n < 2) return;
   qel_detail::drop_lookup(a);  // the keyed-insert index knows the old positions
-  if (flag != 0)
-    qel::fsort::quicksort<double, true>(a->entries, n);
-  else
-    qel::fsort::quicksort<double, false>(a->entries, n);
+  if (flag != 0) qel::fsort::quicksort<double, true>(a->entries, n);
+  else qel::fsort::quicksort<double, false>(a->entries, n);
 }
 
 // Requires nothing; -1, 0 or 1 as a orders before, with or after b.
@@ -90,9 +86,7 @@ int compare_string_arrays(const qel_array &a, const qel_array &b) {
 // Requires nothing; 32-bit values ordered as unsigned integers.
 int compare_u32(uint32_t x, uint32_t y) { return three_way(x, y); }
 // Requires nothing; 64-bit values ordered as unsigned integers (-1 after 1).
-int compare_i64_unsigned(int64_t x, int64_t y) {
-  return three_way(static_cast<uint64_t>(x), static_cast<uint64_t>(y));
-}
+int compare_i64_unsigned(int64_t x, int64_t y) { return three_way(static_cast<uint64_t>(x), static_cast<uint64_t>(y)); }
 // Requires nothing; stored float bits ordered as floats.
 int compare_float_bits(uint32_t x, uint32_t y) {
   return float_order(qel::conv::bits_float(x), qel::conv::bits_float(y));
@@ -105,37 +99,33 @@ int compare_double_bits(int64_t x, int64_t y) {
 // Requires two single variants of the same type code; the value rules.
 int compare_single(const qel_var *a, const qel_var *b) {
   switch (a->type) {
-    case 1: case 2: case 3: case 9:
-      return compare_u32(a->data.bits32, b->data.bits32);
-    case 4:
-      return three_way(a->data.bits64, b->data.bits64);
-    case 5:
-      return compare_float_bits(a->data.bits32, b->data.bits32);
-    case 6:
-      return float_order(std::bit_cast<double>(a->data.bits64), std::bit_cast<double>(b->data.bits64));
-    case 7: case 8:
-      return qel_mem_cmp(a->data.stream.bytes, a->data.stream.length, b->data.stream.bytes,
-                         b->data.stream.length);
-    default:
-      return 0;  // records: members are not compared
+    case 1:
+    case 2:
+    case 3:
+    case 9: return compare_u32(a->data.bits32, b->data.bits32);
+    case 4: return three_way(a->data.bits64, b->data.bits64);
+    case 5: return compare_float_bits(a->data.bits32, b->data.bits32);
+    case 6: return float_order(std::bit_cast<double>(a->data.bits64), std::bit_cast<double>(b->data.bits64));
+    case 7:
+    case 8:
+      return qel_mem_cmp(a->data.stream.bytes, a->data.stream.length, b->data.stream.bytes, b->data.stream.length);
+    default: return 0;  // records: members are not compared
   }
 }
 
 // Requires two multi variants with the same type code; element by element.
 int compare_multi(const qel_var *a, const qel_var *b) {
   switch (a->type) {
-    case 1: case 2: case 3: case 9:
-      return compare_arrays(a->data.arrayd, b->data.arrayd, compare_u32);
-    case 4:
-      return compare_arrays(a->data.arrayx, b->data.arrayx, compare_i64_unsigned);
-    case 5:
-      return compare_arrays(a->data.arrayd, b->data.arrayd, compare_float_bits);
-    case 6:
-      return compare_arrays(a->data.arrayx, b->data.arrayx, compare_double_bits);
-    case 7: case 8:
-      return compare_string_arrays(a->data.array, b->data.array);
-    default:
-      return 0;  // record arrays compare equal
+    case 1:
+    case 2:
+    case 3:
+    case 9: return compare_arrays(a->data.arrayd, b->data.arrayd, compare_u32);
+    case 4: return compare_arrays(a->data.arrayx, b->data.arrayx, compare_i64_unsigned);
+    case 5: return compare_arrays(a->data.arrayd, b->data.arrayd, compare_float_bits);
+    case 6: return compare_arrays(a->data.arrayx, b->data.arrayx, compare_double_bits);
+    case 7:
+    case 8: return compare_string_arrays(a->data.array, b->data.array);
+    default: return 0;  // record arrays compare equal
   }
 }
 
@@ -148,23 +138,20 @@ int64_t search(const qel_var *var, const void *key, int64_t len) {
       if (key == nullptr) return -1;
       uint32_t k;
       std::memcpy(&k, key, sizeof k);
-      return Binary ? qel_detail::bfind_index(&var->data.arrayd, k)
-                    : qel_arrayd_find_index(&var->data.arrayd, k);
+      return Binary ? qel_detail::bfind_index(&var->data.arrayd, k) : qel_arrayd_find_index(&var->data.arrayd, k);
     }
     case storage::bits64: {
       if (key == nullptr) return -1;
       int64_t k;
       std::memcpy(&k, key, sizeof k);
-      return Binary ? qel_detail::bfind_index(&var->data.arrayx, k)
-                    : qel_arrayx_find_index(&var->data.arrayx, k);
+      return Binary ? qel_detail::bfind_index(&var->data.arrayx, k) : qel_arrayx_find_index(&var->data.arrayx, k);
     }
     case storage::bytes: {
       const char *bytes = static_cast<const char *>(key);
       return Binary ? qel_array_bfind_index(&var->data.array, bytes, len)
                     : qel_array_find_index(&var->data.array, bytes, len);
     }
-    case storage::record:
-      break;
+    case storage::record: break;
   }
   return -1;
 }
@@ -178,23 +165,16 @@ extern "C" {
 QEL_API void qel_var_qsort(qel_var *var, int flag) {
   if (var->multi == 0) return;
   switch (var->type) {
-    case 1: case 2: case 3: case 9:
-      qel_arrayd_qsort(&var->data.arrayd, flag);
-      break;
-    case 4:
-      qel_arrayx_qsort(&var->data.arrayx, flag);
-      break;
-    case 5:
-      sort_floats(&var->data.arrayd, flag);
-      break;
-    case 6:
-      sort_doubles(&var->data.arrayx, flag);
-      break;
-    case 7: case 8:
-      qel_array_qsort(&var->data.array, flag);
-      break;
-    default:
-      break;  // records are not sorted
+    case 1:
+    case 2:
+    case 3:
+    case 9: qel_arrayd_qsort(&var->data.arrayd, flag); break;
+    case 4: qel_arrayx_qsort(&var->data.arrayx, flag); break;
+    case 5: sort_floats(&var->data.arrayd, flag); break;
+    case 6: sort_doubles(&var->data.arrayx, flag); break;
+    case 7:
+    case 8: qel_array_qsort(&var->data.array, flag); break;
+    default: break;  // records are not sorted
   }
 }
 
@@ -207,11 +187,13 @@ QEL_API int64_t qel_var_find(const qel_var *var, const void *key, int64_t len) {
     if (cls == storage::bits32) {
       uint32_t k;
       std::memcpy(&k, key, sizeof k);
-      if (const qel_arrayd_entry *e = qel_detail::indexed_entry(&var->data.arrayd, k)) return e - var->data.arrayd.entries;
+      if (const qel_arrayd_entry *e = qel_detail::indexed_entry(&var->data.arrayd, k))
+        return e - var->data.arrayd.entries;
     } else if (cls == storage::bits64) {
       int64_t k;
       std::memcpy(&k, key, sizeof k);
-      if (const qel_arrayx_entry *e = qel_detail::indexed_entry(&var->data.arrayx, k)) return e - var->data.arrayx.entries;
+      if (const qel_arrayx_entry *e = qel_detail::indexed_entry(&var->data.arrayx, k))
+        return e - var->data.arrayx.entries;
     }
   }
   return search<false>(var, key, len);
@@ -219,14 +201,11 @@ QEL_API int64_t qel_var_find(const qel_var *var, const void *key, int64_t len) {
 
 // Requires a variant sorted ascending; binary search, -1 when the variant
 // cannot be searched.
-QEL_API int64_t qel_var_bfind(const qel_var *var, const void *key, int64_t len) {
-  return search<true>(var, key, len);
-}
+QEL_API int64_t qel_var_bfind(const qel_var *var, const void *key, int64_t len) { return search<true>(var, key, len); }
 
 // Requires two variants; orders by multi byte, then type code, then value.
 QEL_API int qel_var_cmp(const qel_var *a, const qel_var *b) {
-  if (a->multi != b->multi)
-    return static_cast<int8_t>(a->multi) - static_cast<int8_t>(b->multi);
+  if (a->multi != b->multi) return static_cast<int8_t>(a->multi) - static_cast<int8_t>(b->multi);
   if (a->type != b->type) return static_cast<int32_t>(a->type - b->type);
   return a->multi == 0 ? compare_single(a, b) : compare_multi(a, b);
 }

@@ -22,16 +22,20 @@ using namespace qel::light;
 void qel_xvar_init(qel_xvar *v) {
   if (v->multi) {
     switch (v->type) {
-      case kU32: case kF32: qel_arrayd_init(&v->data.arrayd, 0); break;
-      case kI64: case kF64: qel_arrayx_init(&v->data.arrayx, 0); break;
+      case kU32:
+      case kF32: qel_arrayd_init(&v->data.arrayd, 0); break;
+      case kI64:
+      case kF64: qel_arrayx_init(&v->data.arrayx, 0); break;
       case kStr: qel_array_init(&v->data.array, 0); break;
       default: break;
     }
     return;
   }
   switch (v->type) {
-    case kU32: case kF32: v->data.single.value.bits32 = 0; break;
-    case kI64: case kF64: v->data.single.value.bits64 = 0; break;
+    case kU32:
+    case kF32: v->data.single.value.bits32 = 0; break;
+    case kI64:
+    case kF64: v->data.single.value.bits64 = 0; break;
     case kStr: qel_string_init(&v->data.single.value.string); break;
     default: return;
   }
@@ -42,16 +46,20 @@ void qel_xvar_init(qel_xvar *v) {
 void qel_xvar_free_x(qel_xvar *v) {
   if (v->multi) {
     switch (v->type) {
-      case kU32: case kF32: qel_arrayd_term(&v->data.arrayd); break;
-      case kI64: case kF64: qel_arrayx_term(&v->data.arrayx); break;
+      case kU32:
+      case kF32: qel_arrayd_term(&v->data.arrayd); break;
+      case kI64:
+      case kF64: qel_arrayx_term(&v->data.arrayx); break;
       case kStr: qel_array_term(&v->data.array); break;
       default: break;
     }
     return;
   }
   switch (v->type) {
-    case kU32: case kF32: v->data.single.value.bits32 = 0; break;
-    case kI64: case kF64: v->data.single.value.bits64 = 0; break;
+    case kU32:
+    case kF32: v->data.single.value.bits32 = 0; break;
+    case kI64:
+    case kF64: v->data.single.value.bits64 = 0; break;
     case kStr: qel_string_term(&v->data.single.value.string); break;
     default: return;
   }
@@ -83,8 +91,10 @@ template <class C>
 [[gnu::noinline]] void add_number_any(qel_xvar *v, C value) {
   if (!v->multi) return;
   switch (v->type) {
-    case kU32: case kF32: qel_detail::append(&v->data.arrayd, to_bits32(v->type, value), 0); break;
-    case kI64: case kF64: qel_detail::append(&v->data.arrayx, to_bits64(v->type, value), 0); break;
+    case kU32:
+    case kF32: qel_detail::append(&v->data.arrayd, to_bits32(v->type, value), 0); break;
+    case kI64:
+    case kF64: qel_detail::append(&v->data.arrayx, to_bits64(v->type, value), 0); break;
     default: break;
   }
 }
@@ -92,7 +102,9 @@ template <class C>
 // The code a caller kind C meets with no conversion beyond its own bits
 // (an integer: the signed 64-bit code), and that code's array.
 template <class C>
-inline constexpr uint32_t kNativeCode = std::is_same_v<C, double> ? kF64 : std::is_same_v<C, float> ? kF32 : kI64;
+inline constexpr uint32_t kNativeCode = std::is_same_v<C, double>  ? kF64
+                                        : std::is_same_v<C, float> ? kF32
+                                                                   : kI64;
 template <class C>
 auto *native_array(qel_xvar *v) {
   if constexpr (is_narrow(kNativeCode<C>)) return &v->data.arrayd;
@@ -126,12 +138,14 @@ void add_number_x(qel_xvar *v, C value, uint64_t **buf_out) {
   uint64_t *found = nullptr;
   if (v->multi) {
     switch (v->type) {
-      case kU32: case kF32: {
+      case kU32:
+      case kF32: {
         qel_arrayd_entry *e = qel_arrayd_entry_insert(&v->data.arrayd, to_bits32(v->type, value));
         if (e) found = &e->buf;
         break;
       }
-      case kI64: case kF64: {
+      case kI64:
+      case kF64: {
         qel_arrayx_entry *e = qel_arrayx_entry_insert(&v->data.arrayx, to_bits64(v->type, value));
         if (e) found = &e->buf;
         break;
@@ -166,8 +180,7 @@ template <class R>
     const uint32_t bits = v->multi ? value_at(v->data.arrayd, index) : v->data.single.value.bits32;
     return from_bits32<R>(t, bits);
   }
-  const int64_t bits =
-      v->multi ? value_at(v->data.arrayx, index) : static_cast<int64_t>(v->data.single.value.bits64);
+  const int64_t bits = v->multi ? value_at(v->data.arrayx, index) : static_cast<int64_t>(v->data.single.value.bits64);
   return from_bits64<R>(t, bits);
 }
 
@@ -197,8 +210,10 @@ uint64_t *buf_slot(const A &a, int64_t index) {
 uint64_t *buf_of(const qel_xvar *v, int64_t index) {
   if (!v->multi) return const_cast<uint64_t *>(&v->data.single.buf);
   switch (v->type) {
-    case kU32: case kF32: return buf_slot(v->data.arrayd, index);
-    case kI64: case kF64: return buf_slot(v->data.arrayx, index);
+    case kU32:
+    case kF32: return buf_slot(v->data.arrayd, index);
+    case kI64:
+    case kF64: return buf_slot(v->data.arrayx, index);
     case kStr: return buf_slot(v->data.array, index);
     default: return nullptr;
   }
@@ -250,16 +265,20 @@ void qel_xvar_free(qel_xvar *v) {
 void qel_xvar_shrink(qel_xvar *v, int64_t n) {
   if (v->multi) {
     switch (v->type) {
-      case kU32: case kF32: shrink_array(v->data.arrayd, n, qel_arrayd_remove_all); break;
-      case kI64: case kF64: shrink_array(v->data.arrayx, n, qel_arrayx_remove_all); break;
+      case kU32:
+      case kF32: shrink_array(v->data.arrayd, n, qel_arrayd_remove_all); break;
+      case kI64:
+      case kF64: shrink_array(v->data.arrayx, n, qel_arrayx_remove_all); break;
       case kStr: shrink_array(v->data.array, n, qel_array_remove_all); break;
       default: break;
     }
     return;
   }
   switch (v->type) {
-    case kU32: case kF32: v->data.single.value.bits32 = 0; break;
-    case kI64: case kF64: v->data.single.value.bits64 = 0; break;
+    case kU32:
+    case kF32: v->data.single.value.bits32 = 0; break;
+    case kI64:
+    case kF64: v->data.single.value.bits64 = 0; break;
     case kStr: qel_string_shrink(&v->data.single.value.string, n); break;
     default: return;
   }
@@ -270,8 +289,10 @@ void qel_xvar_shrink(qel_xvar *v, int64_t n) {
 int64_t qel_xvar_size(const qel_xvar *v) {
   if (!v->multi) return 0;
   switch (v->type) {
-    case kU32: case kF32: return qel_detail::in_use(&v->data.arrayd);
-    case kI64: case kF64: return qel_detail::in_use(&v->data.arrayx);
+    case kU32:
+    case kF32: return qel_detail::in_use(&v->data.arrayd);
+    case kI64:
+    case kF64: return qel_detail::in_use(&v->data.arrayx);
     case kStr: return qel_detail::in_use(&v->data.array);
     default: return 0;
   }

@@ -26,8 +26,10 @@ int64_t entry_count(const qel_arrayd_entry &e) { return static_cast<int64_t>(e.b
 // Requires a valid column set.  Values in data; 0 for codes without storage.
 int64_t data_count(const qel_xvars *xs) {
   switch (xs->type) {
-    case kU32: case kF32: return xs->data.arrayd.count;
-    case kI64: case kF64: return xs->data.arrayx.count;
+    case kU32:
+    case kF32: return xs->data.arrayd.count;
+    case kI64:
+    case kF64: return xs->data.arrayx.count;
     case kStr: return xs->data.array.count;
     default: return 0;
   }
@@ -207,8 +209,10 @@ uint64_t *buf_of(const qel_xvars *xs, int64_t entry, int64_t pos) {
   const int64_t at = int64_t{e->value} + pos;
   if (at >= data_count(xs)) return nullptr;
   switch (xs->type) {
-    case kU32: case kF32: return &xs->data.arrayd.entries[at].buf;
-    case kI64: case kF64: return &xs->data.arrayx.entries[at].buf;
+    case kU32:
+    case kF32: return &xs->data.arrayd.entries[at].buf;
+    case kI64:
+    case kF64: return &xs->data.arrayx.entries[at].buf;
     default: return &xs->data.array.entries[at].buf;
   }
 }
@@ -219,8 +223,10 @@ uint64_t *buf_of(const qel_xvars *xs, int64_t entry, int64_t pos) {
 void qel_xvars_init(qel_xvars *xs) {
   qel_arrayd_init(&xs->index, 0);
   switch (xs->type) {
-    case kU32: case kF32: qel_arrayd_init(&xs->data.arrayd, 0); break;
-    case kI64: case kF64: qel_arrayx_init(&xs->data.arrayx, 0); break;
+    case kU32:
+    case kF32: qel_arrayd_init(&xs->data.arrayd, 0); break;
+    case kI64:
+    case kF64: qel_arrayx_init(&xs->data.arrayx, 0); break;
     case kStr: qel_array_init(&xs->data.array, 0); break;
     default: break;
   }
@@ -230,8 +236,10 @@ void qel_xvars_init(qel_xvars *xs) {
 void qel_xvars_free_x(qel_xvars *xs) {
   qel_arrayd_term(&xs->index);
   switch (xs->type) {
-    case kU32: case kF32: qel_arrayd_term(&xs->data.arrayd); break;
-    case kI64: case kF64: qel_arrayx_term(&xs->data.arrayx); break;
+    case kU32:
+    case kF32: qel_arrayd_term(&xs->data.arrayd); break;
+    case kI64:
+    case kF64: qel_arrayx_term(&xs->data.arrayx); break;
     case kStr: qel_array_term(&xs->data.array); break;
     default: break;
   }
@@ -275,8 +283,10 @@ void qel_xvars_free(qel_xvars *xs) {
 void qel_xvars_shrink(qel_xvars *xs) {
   qel_arrayd_remove_all(&xs->index);
   switch (xs->type) {
-    case kU32: case kF32: qel_arrayd_remove_all(&xs->data.arrayd); break;
-    case kI64: case kF64: qel_arrayx_remove_all(&xs->data.arrayx); break;
+    case kU32:
+    case kF32: qel_arrayd_remove_all(&xs->data.arrayd); break;
+    case kI64:
+    case kF64: qel_arrayx_remove_all(&xs->data.arrayx); break;
     case kStr: qel_array_remove_all(&xs->data.array); break;
     default: break;
   }
@@ -297,8 +307,10 @@ void qel_xvars_add_var(qel_xvars *xs, const qel_xvar *x) {
   if (x->type != xs->type || x->multi != xs->multi || !has_storage(xs->type)) return;
   if (xs->multi) {
     switch (xs->type) {
-      case kU32: case kF32: add_array(xs, xs->data.arrayd, x->data.arrayd, qel_arrayd_append_array); break;
-      case kI64: case kF64: add_array(xs, xs->data.arrayx, x->data.arrayx, qel_arrayx_append_array); break;
+      case kU32:
+      case kF32: add_array(xs, xs->data.arrayd, x->data.arrayd, qel_arrayd_append_array); break;
+      case kI64:
+      case kF64: add_array(xs, xs->data.arrayx, x->data.arrayx, qel_arrayx_append_array); break;
       default: add_strings(xs, x->data.array); break;
     }
     return;
@@ -306,10 +318,10 @@ void qel_xvars_add_var(qel_xvars *xs, const qel_xvar *x) {
   const int64_t before = data_count(xs);
   if (!values_fit(before, 1)) return;
   switch (xs->type) {
-    case kU32: case kF32: qel_detail::append(&xs->data.arrayd, x->data.single.value.bits32, 0); break;
-    case kI64: case kF64:
-      qel_detail::append(&xs->data.arrayx, static_cast<int64_t>(x->data.single.value.bits64), 0);
-      break;
+    case kU32:
+    case kF32: qel_detail::append(&xs->data.arrayd, x->data.single.value.bits32, 0); break;
+    case kI64:
+    case kF64: qel_detail::append(&xs->data.arrayx, static_cast<int64_t>(x->data.single.value.bits64), 0); break;
     default: {
       const qel_string &s = x->data.single.value.string;
       if (s.length < 0 || !bytes_fit(xs->data.array.pool.length, s.length)) return;
@@ -333,17 +345,19 @@ void qel_xvars_fetch_var(const qel_xvars *xs, int64_t entry, qel_xvar *x) {
   if (s + n > data_count(xs)) return;
   if (xs->multi) {
     switch (xs->type) {
-      case kU32: case kF32: fetch_array(xs->data.arrayd, s, n, x->data.arrayd, qel_arrayd_expand); break;
-      case kI64: case kF64: fetch_array(xs->data.arrayx, s, n, x->data.arrayx, qel_arrayx_expand); break;
+      case kU32:
+      case kF32: fetch_array(xs->data.arrayd, s, n, x->data.arrayd, qel_arrayd_expand); break;
+      case kI64:
+      case kF64: fetch_array(xs->data.arrayx, s, n, x->data.arrayx, qel_arrayx_expand); break;
       default: fetch_strings(xs->data.array, s, n, x->data.array); break;
     }
     return;
   }
   switch (xs->type) {
-    case kU32: case kF32: x->data.single.value.bits32 = xs->data.arrayd.entries[s].value; break;
-    case kI64: case kF64:
-      x->data.single.value.bits64 = static_cast<uint64_t>(xs->data.arrayx.entries[s].value);
-      break;
+    case kU32:
+    case kF32: x->data.single.value.bits32 = xs->data.arrayd.entries[s].value; break;
+    case kI64:
+    case kF64: x->data.single.value.bits64 = static_cast<uint64_t>(xs->data.arrayx.entries[s].value); break;
     default: {
       const qel_array &a = xs->data.array;
       const qel_array_entry &v = a.entries[s];
@@ -375,12 +389,8 @@ void qel_xvars_add_double(qel_xvars *xs, int64_t entry, double value) { add_numb
 void qel_xvars_set_integer(qel_xvars *xs, int64_t entry, int64_t pos, int64_t value) {
   set_number(xs, entry, pos, value);
 }
-void qel_xvars_set_long(qel_xvars *xs, int64_t entry, int64_t pos, int64_t value) {
-  set_number(xs, entry, pos, value);
-}
-void qel_xvars_set_float(qel_xvars *xs, int64_t entry, int64_t pos, float value) {
-  set_number(xs, entry, pos, value);
-}
+void qel_xvars_set_long(qel_xvars *xs, int64_t entry, int64_t pos, int64_t value) { set_number(xs, entry, pos, value); }
+void qel_xvars_set_float(qel_xvars *xs, int64_t entry, int64_t pos, float value) { set_number(xs, entry, pos, value); }
 void qel_xvars_set_double(qel_xvars *xs, int64_t entry, int64_t pos, double value) {
   set_number(xs, entry, pos, value);
 }
@@ -421,8 +431,7 @@ void qel_xvars_set_string(qel_xvars *xs, int64_t entry, int64_t pos, const char 
 
 // Requires a valid column set; both outputs NULL or writable.  The bytes stay
 // the column's, valid until it next changes; NULL and 0 when there is none.
-void qel_xvars_get_string(const qel_xvars *xs, int64_t entry, int64_t pos, const char **str_out,
-                          int64_t *length_out) {
+void qel_xvars_get_string(const qel_xvars *xs, int64_t entry, int64_t pos, const char **str_out, int64_t *length_out) {
   const char *bytes = nullptr;
   int64_t length = 0;
   if (xs->type == kStr) {

@@ -50,91 +50,91 @@ extern "C" {
 /* ---- entries: 16 bytes each, `buf` always at byte offset 8 ---- */
 
 typedef struct qel_arrayd_entry {
-    uint32_t value; /* unsigned 32-bit integer, or the bits of a float */
-    uint64_t buf;   /* caller value, never interpreted */
+  uint32_t value; /* unsigned 32-bit integer, or the bits of a float */
+  uint64_t buf;   /* caller value, never interpreted */
 } qel_arrayd_entry;
 
 typedef struct qel_arrayx_entry {
-    int64_t value;  /* signed 64-bit integer, or the bits of a double */
-    uint64_t buf;
+  int64_t value; /* signed 64-bit integer, or the bits of a double */
+  uint64_t buf;
 } qel_arrayx_entry;
 
 typedef struct qel_array_entry {
-    uint32_t offset; /* first byte of the string in the array's pool */
-    uint32_t length; /* byte count */
-    uint64_t buf;    /* caller value; the tag operations use its low 32 bits */
+  uint32_t offset; /* first byte of the string in the array's pool */
+  uint32_t length; /* byte count */
+  uint64_t buf;    /* caller value; the tag operations use its low 32 bits */
 } qel_array_entry;
 
 /* ---- byte stream and byte string (exchangeable field for field) ---- */
 
 typedef struct qel_stream {
-    char *bytes;
-    int64_t length;   /* bytes in use */
-    int64_t capacity; /* bytes allocated */
+  char *bytes;
+  int64_t length;   /* bytes in use */
+  int64_t capacity; /* bytes allocated */
 } qel_stream;
 
 typedef struct qel_string {
-    char *bytes;
-    int64_t length;
-    int64_t capacity;
+  char *bytes;
+  int64_t length;
+  int64_t capacity;
 } qel_string;
 
 /* ---- growable arrays ---- */
 
 typedef struct qel_arrayd {
-    qel_arrayd_entry *entries;
-    int64_t count;
-    int64_t capacity;
-    void *priv_lookup; /* keyed-insert index, NULL until first needed */
+  qel_arrayd_entry *entries;
+  int64_t count;
+  int64_t capacity;
+  void *priv_lookup; /* keyed-insert index, NULL until first needed */
 } qel_arrayd;
 
 typedef struct qel_arrayx {
-    qel_arrayx_entry *entries;
-    int64_t count;
-    int64_t capacity;
-    void *priv_lookup;
+  qel_arrayx_entry *entries;
+  int64_t count;
+  int64_t capacity;
+  void *priv_lookup;
 } qel_arrayx;
 
 typedef struct qel_array {
-    qel_array_entry *entries;
-    int64_t count;
-    int64_t capacity;
-    qel_stream pool; /* the bytes of all strings, back to back */
-    void *priv_lookup;
+  qel_array_entry *entries;
+  int64_t count;
+  int64_t capacity;
+  qel_stream pool; /* the bytes of all strings, back to back */
+  void *priv_lookup;
 } qel_array;
 
 typedef struct qel_arrays {
-    void **entries;
-    int64_t count;
-    int64_t capacity;
+  void **entries;
+  int64_t count;
+  int64_t capacity;
 } qel_arrays;
 
 /* ---- hash keyed by byte strings; walks in insertion order ---- */
 
 typedef struct qel_hash_entry {
-    uint32_t key_offset; /* first byte of the key in key_pool */
-    uint32_t key_length;
-    void *value;
-    uint32_t priv_hash;
-    uint32_t priv_reserved;
+  uint32_t key_offset; /* first byte of the key in key_pool */
+  uint32_t key_length;
+  void *value;
+  uint32_t priv_hash;
+  uint32_t priv_reserved;
 } qel_hash_entry;
 
 typedef struct qel_hash {
-    char *key_pool;
-    qel_hash_entry *priv_entries;
-    uint32_t *priv_slots;
-    uint32_t priv_key_length;
-    uint32_t priv_key_capacity;
-    uint32_t priv_count;
-    uint32_t priv_capacity;
-    uint32_t priv_slot_mask;
-    uint32_t priv_flags;
-    void *priv_block; /* the owner's part, then entries, slots and keys while they fit */
+  char *key_pool;
+  qel_hash_entry *priv_entries;
+  uint32_t *priv_slots;
+  uint32_t priv_key_length;
+  uint32_t priv_key_capacity;
+  uint32_t priv_count;
+  uint32_t priv_capacity;
+  uint32_t priv_slot_mask;
+  uint32_t priv_flags;
+  void *priv_block; /* the owner's part, then entries, slots and keys while they fit */
 } qel_hash;
 
 typedef struct qel_char_view {
-    const char *bytes;
-    int64_t length;
+  const char *bytes;
+  int64_t length;
 } qel_char_view;
 
 /* ---- memory ---- */

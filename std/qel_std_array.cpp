@@ -215,7 +215,7 @@ bool relocate(qel_array *a, int64_t index, const char *bytes, int64_t length) {
   return true;
 }
 
-} // namespace
+}  // namespace
 
 // Requires an uninitialised or terminated record; an empty array and pool.
 extern "C" QEL_API void qel_array_init(qel_array *a, int zero) {
@@ -276,8 +276,7 @@ extern "C" QEL_API void qel_array_append_array(qel_array *dst, const qel_array *
 
 // Requires initialised arrays; dst becomes an exact copy of src (pool,
 // entries in use and their caller values).
-extern "C" QEL_API void qel_array_clone(const qel_array *src, int zero1, qel_array *dst, int zero2,
-                                        int zero3) {
+extern "C" QEL_API void qel_array_clone(const qel_array *src, int zero1, qel_array *dst, int zero2, int zero3) {
   (void)zero1, (void)zero2, (void)zero3;
   if (src == dst) return;
   qel_detail::drop_lookup(dst);
@@ -330,8 +329,7 @@ extern "C" QEL_API uint32_t qel_array_get_at(const qel_array *a, int64_t index, 
 // Requires an initialised array and length readable bytes (they may lie in
 // the array's own pool); entry index gets the string and buf = tag.
 // Nothing happens outside 0..count-1 or for a string append would refuse.
-extern "C" QEL_API void qel_array_set_at(qel_array *a, int64_t index, const char *bytes, int64_t length,
-                                         uint32_t tag) {
+extern "C" QEL_API void qel_array_set_at(qel_array *a, int64_t index, const char *bytes, int64_t length, uint32_t tag) {
   if (index < 0 || index >= in_use(a) || !qel_detail::storable(bytes, length)) return;
   qel_array_entry &e = a->entries[index];
   const view old = entry_view(a, e);

@@ -50,10 +50,9 @@ uint64_t load_chunk(const char *p, size_t n) {
 }
 
 class string_sorter {
-public:
+ public:
   // Requires an initialised array with at least 2 entries in use.
-  string_sorter(const qel_array *a, bool descending)
-      : a_(a), descending_(descending), more_(descending ? 15 - 9 : 9) {}
+  string_sorter(const qel_array *a, bool descending) : a_(a), descending_(descending), more_(descending ? 15 - 9 : 9) {}
 
   // Requires n records and n spare ones; sorts them (positions 0..n-1).
   void run(record *r, record *t, size_t n) {
@@ -98,7 +97,7 @@ public:
     std::free(stack);
   }
 
-private:
+ private:
   // Requires n records whose strings agree on the chunk at depth and go on
   // past it; how many bytes from depth on all of them share (at least 8).
   // Jumping there at once makes long equal prefixes cost one scan.
@@ -147,15 +146,13 @@ private:
   // spare ones; orders them by (key, aux).
   static void sort_records(record *r, record *t, size_t n) {
     if (n <= kRecordRadixThreshold) {
-      std::sort(r, r + n, [](const record &x, const record &y) {
-        return x.key != y.key ? x.key < y.key : x.aux < y.aux;
-      });
+      std::sort(r, r + n,
+                [](const record &x, const record &y) { return x.key != y.key ? x.key < y.key : x.aux < y.aux; });
       return;
     }
     // Least significant first: the end class, then the chunk's bytes.
     qel_detail::radix_sort<record, 9>(r, t, n, [](const record &x, unsigned d) {
-      return d == 0 ? static_cast<unsigned>(x.aux >> 56)
-                    : static_cast<unsigned>((x.key >> (8 * (d - 1))) & 0xffu);
+      return d == 0 ? static_cast<unsigned>(x.aux >> 56) : static_cast<unsigned>((x.key >> (8 * (d - 1))) & 0xffu);
     });
   }
 
@@ -164,7 +161,7 @@ private:
   uint64_t more_;
 };
 
-} // namespace
+}  // namespace
 
 // Requires an initialised array; sorts its entries in place by their bytes,
 // stably, ascending for a nonzero flag and descending for 0.  Entries move
@@ -176,7 +173,8 @@ extern "C" QEL_API void qel_array_qsort(qel_array *a, int flag) {
   auto *r = static_cast<record *>(qel_detail::xmalloc(n * sizeof(record)));
   auto *t = static_cast<record *>(qel_detail::xmalloc(n * sizeof(record)));
   string_sorter(a, flag == 0).run(r, t, n);
-  for (size_t i = 0; i < n; i++) std::memcpy(static_cast<void *>(&t[i]), &a->entries[r[i].aux & kPosMask], sizeof(record));
+  for (size_t i = 0; i < n; i++)
+    std::memcpy(static_cast<void *>(&t[i]), &a->entries[r[i].aux & kPosMask], sizeof(record));
   std::memcpy(static_cast<void *>(a->entries), static_cast<const void *>(t), n * sizeof(record));
   std::free(r);
   std::free(t);
@@ -192,10 +190,8 @@ extern "C" QEL_API int64_t qel_array_bfind_index(const qel_array *a, const char 
   while (lo < hi) {
     int64_t mid = lo + (hi - lo) / 2;
     view v = entry_view(a, a->entries[mid]);
-    if (qel_detail::compare_bytes(v.p, v.n, bytes, len) < 0)
-      lo = mid + 1;
-    else
-      hi = mid;
+    if (qel_detail::compare_bytes(v.p, v.n, bytes, len) < 0) lo = mid + 1;
+    else hi = mid;
   }
   if (lo < in_use(a)) {
     view v = entry_view(a, a->entries[lo]);

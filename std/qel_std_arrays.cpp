@@ -155,7 +155,7 @@ void sort(A *a, int flag) {
   std::free(tmp);
 }
 
-} // namespace
+}  // namespace
 
 // ---------------------------------------------------------------- qel_arrayd
 
@@ -171,12 +171,9 @@ extern "C" QEL_API void qel_arrayd_append(qel_arrayd *a, uint32_t value, uint64_
   qel_detail::append(a, value, buf);
 }
 // Requires initialised arrays (src may be dst); appends src's entries.
-extern "C" QEL_API void qel_arrayd_append_array(qel_arrayd *dst, const qel_arrayd *src) {
-  append_array(dst, src);
-}
+extern "C" QEL_API void qel_arrayd_append_array(qel_arrayd *dst, const qel_arrayd *src) { append_array(dst, src); }
 // Requires initialised arrays; dst becomes a copy of src.
-extern "C" QEL_API void qel_arrayd_clone(const qel_arrayd *src, int zero1, qel_arrayd *dst, int zero2,
-                                         int zero3) {
+extern "C" QEL_API void qel_arrayd_clone(const qel_arrayd *src, int zero1, qel_arrayd *dst, int zero2, int zero3) {
   (void)zero1, (void)zero2, (void)zero3;
   clone(src, dst);
 }
@@ -193,9 +190,7 @@ extern "C" QEL_API void qel_arrayd_set_at(qel_arrayd *a, int64_t index, uint32_t
   qel_detail::set_at(a, index, value, buf);
 }
 // Requires an initialised array; lowest position of value, or -1.
-extern "C" QEL_API int64_t qel_arrayd_find_index(const qel_arrayd *a, uint32_t value) {
-  return find_index(a, value);
-}
+extern "C" QEL_API int64_t qel_arrayd_find_index(const qel_arrayd *a, uint32_t value) { return find_index(a, value); }
 // Requires an array sorted ascending; lowest position of value, or -1.
 extern "C" QEL_API int64_t qel_arrayd_bfind_index(const qel_arrayd *a, uint32_t value) {
   return qel_detail::bfind_index(a, value);
@@ -221,12 +216,9 @@ extern "C" QEL_API void qel_arrayx_append(qel_arrayx *a, int64_t value, uint64_t
   qel_detail::append(a, value, buf);
 }
 // Requires initialised arrays (src may be dst); appends src's entries.
-extern "C" QEL_API void qel_arrayx_append_array(qel_arrayx *dst, const qel_arrayx *src) {
-  append_array(dst, src);
-}
+extern "C" QEL_API void qel_arrayx_append_array(qel_arrayx *dst, const qel_arrayx *src) { append_array(dst, src); }
 // Requires initialised arrays; dst becomes a copy of src.
-extern "C" QEL_API void qel_arrayx_clone(const qel_arrayx *src, int zero1, qel_arrayx *dst, int zero2,
-                                         int zero3) {
+extern "C" QEL_API void qel_arrayx_clone(const qel_arrayx *src, int zero1, qel_arrayx *dst, int zero2, int zero3) {
   (void)zero1, (void)zero2, (void)zero3;
   clone(src, dst);
 }
@@ -243,9 +235,7 @@ extern "C" QEL_API void qel_arrayx_set_at(qel_arrayx *a, int64_t index, int64_t 
   qel_detail::set_at(a, index, value, buf);
 }
 // Requires an initialised array; lowest position of value, or -1.
-extern "C" QEL_API int64_t qel_arrayx_find_index(const qel_arrayx *a, int64_t value) {
-  return find_index(a, value);
-}
+extern "C" QEL_API int64_t qel_arrayx_find_index(const qel_arrayx *a, int64_t value) { return find_index(a, value); }
 // Requires an array sorted ascending; lowest position of value, or -1.
 extern "C" QEL_API int64_t qel_arrayx_bfind_index(const qel_arrayx *a, int64_t value) {
   return qel_detail::bfind_index(a, value);

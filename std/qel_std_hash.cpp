@@ -91,7 +91,7 @@ void leave_block(qel_hash *h) {
   h->priv_flags &= ~qel_detail::kHashInBlock;
 }
 
-} // namespace
+}  // namespace
 
 // Requires an uninitialised or terminated record; an empty hash.
 extern "C" QEL_API void qel_hash_init(qel_hash *h, int one, int zero) {
@@ -193,8 +193,7 @@ extern "C" QEL_API qel_hash_entry *qel_hash_entry_next(qel_hash *h, void **curso
     if (!qel_detail::points_into(entry, h->priv_entries,
                                  static_cast<int64_t>(h->priv_count) * static_cast<int64_t>(sizeof(qel_hash_entry))))
       return nullptr;
-    at = (reinterpret_cast<uintptr_t>(entry) - reinterpret_cast<uintptr_t>(h->priv_entries)) /
-         sizeof(qel_hash_entry);
+    at = (reinterpret_cast<uintptr_t>(entry) - reinterpret_cast<uintptr_t>(h->priv_entries)) / sizeof(qel_hash_entry);
   }
   const uintptr_t next = at + 1;
   if (next >= h->priv_count) return nullptr;

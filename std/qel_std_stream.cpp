@@ -29,7 +29,7 @@ void shrink(S *s, int64_t n) {
 // Requires nothing; whether c is ASCII whitespace (space, \t \n \v \f \r).
 bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-} // namespace
+}  // namespace
 
 // Requires an uninitialised or terminated record; an empty stream.
 extern "C" QEL_API void qel_stream_init(qel_stream *s) { init(s); }

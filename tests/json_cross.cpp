@@ -47,7 +47,8 @@ std::string hex(const std::string &b) {
 // Records with finite random doubles and floats of every magnitude and
 // strings of escapes, control characters and 2- to 4-byte UTF-8.
 std::vector<qel_var *> records() {
-  static const char *pieces[] = {"a", "\"", "\\", "/", "\n", "\x01", "\x7f", "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80", " "};
+  static const char *pieces[] = {
+      "a", "\"", "\\", "/", "\n", "\x01", "\x7f", "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80", " "};
   std::mt19937_64 rng(2026);
   std::vector<qel_var *> out;
   for (int i = 0; i < 300; ++i) {
@@ -65,7 +66,9 @@ std::vector<qel_var *> records() {
     std::string name;
     for (int k = static_cast<int>(rng() % 8); k > 0; --k) name += pieces[rng() % 11];
     qel_var_set_string(member(r, "name"), 0, name.data(), static_cast<int64_t>(name.size()));
-    for (int k = static_cast<int>(rng() % 3); k > 0; --k) qel_var_add_double(member(r, "vals"), std::ldexp(static_cast<double>(rng() % 1000), static_cast<int>(rng() % 40) - 20));
+    for (int k = static_cast<int>(rng() % 3); k > 0; --k)
+      qel_var_add_double(member(r, "vals"),
+                         std::ldexp(static_cast<double>(rng() % 1000), static_cast<int>(rng() % 40) - 20));
     out.push_back(r);
   }
   return out;
@@ -74,7 +77,8 @@ std::vector<qel_var *> records() {
 // The values of a record as Python can check them: bit patterns and hex bytes.
 std::string values_of(qel_var *r) {
   char buf[200];
-  std::snprintf(buf, sizeof buf, "{\"score\":\"%016llx\",\"ratio\":\"%08x\",\"id\":\"%lld\",\"count\":\"%lld\",\"name\":\"",
+  std::snprintf(buf, sizeof buf,
+                "{\"score\":\"%016llx\",\"ratio\":\"%08x\",\"id\":\"%lld\",\"count\":\"%lld\",\"name\":\"",
                 static_cast<unsigned long long>(std::bit_cast<uint64_t>(qel_var_get_double(member(r, "score"), 0))),
                 std::bit_cast<uint32_t>(qel_var_get_float(member(r, "ratio"), 0)),
                 static_cast<long long>(qel_var_get_long(member(r, "id"), 0)),
@@ -96,8 +100,11 @@ std::string reread(const char *text, size_t len) {
 
 int main(int argc, char **argv) {
   g_rec = qel_var_schema_new();
-  const struct { const char *n; uint32_t t; uint8_t m; } ms[] = {
-      {"id", 4, 0}, {"count", 1, 0}, {"score", 6, 0}, {"ratio", 5, 0}, {"name", 7, 0}, {"vals", 6, 1}};
+  const struct {
+    const char *n;
+    uint32_t t;
+    uint8_t m;
+  } ms[] = {{"id", 4, 0}, {"count", 1, 0}, {"score", 6, 0}, {"ratio", 5, 0}, {"name", 7, 0}, {"vals", 6, 1}};
   for (const auto &m : ms) qel_var_schema_add(g_rec, m.n, static_cast<int64_t>(std::strlen(m.n)), m.t, m.m);
   const std::string mode = argc > 1 ? argv[1] : "";
   int failures = 0;
@@ -113,12 +120,14 @@ int main(int argc, char **argv) {
       if (mode == "jsonc") {
         json_object *o = json_tokener_parse(text.c_str());
         json_object *x = nullptr;
-        const bool same =
-            o != nullptr && json_object_object_get_ex(o, "score", &x) &&
-            std::bit_cast<uint64_t>(json_object_get_double(x)) == std::bit_cast<uint64_t>(qel_var_get_double(member(r, "score"), 0)) &&
-            json_object_object_get_ex(o, "id", &x) && json_object_get_int64(x) == qel_var_get_long(member(r, "id"), 0) &&
-            json_object_object_get_ex(o, "name", &x) &&
-            std::string(json_object_get_string(x), static_cast<size_t>(json_object_get_string_len(x))) == string_of(member(r, "name"));
+        const bool same = o != nullptr && json_object_object_get_ex(o, "score", &x) &&
+                          std::bit_cast<uint64_t>(json_object_get_double(x)) ==
+                              std::bit_cast<uint64_t>(qel_var_get_double(member(r, "score"), 0)) &&
+                          json_object_object_get_ex(o, "id", &x) &&
+                          json_object_get_int64(x) == qel_var_get_long(member(r, "id"), 0) &&
+                          json_object_object_get_ex(o, "name", &x) &&
+                          std::string(json_object_get_string(x), static_cast<size_t>(json_object_get_string_len(x))) ==
+                              string_of(member(r, "name"));
         const char *back = o != nullptr ? json_object_to_json_string_ext(o, JSON_C_TO_STRING_PLAIN) : "";
         if (!same || reread(back, std::strlen(back)) != text) {
           std::fprintf(stderr, "json-c disagrees:\n  qel    %s\n  json-c %s\n", text.c_str(), back);

@@ -27,8 +27,11 @@ class Json : public ::testing::Test {
   static void SetUpTestSuite() {
     g_rec = qel_var_schema_new();
     g_child = qel_var_schema_new();
-    const struct { const char *n; uint32_t t; uint8_t m; } rec[] = {
-        {"id", 4, 0}, {"score", 6, 0}, {"ratio", 5, 0}, {"name", 7, 0}, {"tags", 7, 1}, {"kids", 21, 1}};
+    const struct {
+      const char *n;
+      uint32_t t;
+      uint8_t m;
+    } rec[] = {{"id", 4, 0}, {"score", 6, 0}, {"ratio", 5, 0}, {"name", 7, 0}, {"tags", 7, 1}, {"kids", 21, 1}};
     for (const auto &m : rec) qel_var_schema_add(g_rec, m.n, static_cast<int64_t>(std::strlen(m.n)), m.t, m.m);
     qel_var_schema_add(g_child, "x", 1, 1, 0);
     qel_var_schema_add(g_child, "y", 1, 6, 1);
@@ -62,8 +65,9 @@ TEST_F(Json, WritesRecordsCompactAndIndented) {
   qel_var *kid = qel_var_add_new(member(r, "kids"));
   add_member(kid, "x", qel_var_new(1, 0));
   qel_var_set_integer(member(kid, "x"), 0, -1);
-  EXPECT_EQ(write(r), "{\"id\":-42,\"score\":0.1,\"ratio\":0.1,\"name\":\"q\\\"\\\\/\\u0001\\t\xc3\xa9\","
-                      "\"tags\":[\"a\"],\"kids\":[{\"x\":4294967295}]}");
+  EXPECT_EQ(write(r),
+            "{\"id\":-42,\"score\":0.1,\"ratio\":0.1,\"name\":\"q\\\"\\\\/\\u0001\\t\xc3\xa9\","
+            "\"tags\":[\"a\"],\"kids\":[{\"x\":4294967295}]}");
   EXPECT_EQ(write(member(kid, "x"), QEL_JSON_INDENT), "4294967295");
   qel_var_shrink(member(r, "tags"), 0);
   qel_var_shrink(r, 0);  // names stay, members go: written as an empty object
@@ -77,17 +81,34 @@ TEST_F(Json, WritesRecordsCompactAndIndented) {
 }
 
 TEST_F(Json, NumbersAreShortestAndExact) {
-  const struct { double d; const char *text; } doubles[] = {
-      {1e21, "1e21"}, {1e20, "1e20"}, {1e17, "100000000000000000"}, {-1.5e20, "-1.5e20"}, {1e-7, "1e-7"}, {1.5e-6, "0.0000015"},
-      {5e-324, "5e-324"}, {1.7976931348623157e308, "1.7976931348623157e308"}, {9007199254740993.0, "9007199254740992"},
-      {123.456, "123.456"}, {2.2250738585072014e-308, "2.2250738585072014e-308"}, {0.3, "0.3"}};
+  const struct {
+    double d;
+    const char *text;
+  } doubles[] = {{1e21, "1e21"},
+                 {1e20, "1e20"},
+                 {1e17, "100000000000000000"},
+                 {-1.5e20, "-1.5e20"},
+                 {1e-7, "1e-7"},
+                 {1.5e-6, "0.0000015"},
+                 {5e-324, "5e-324"},
+                 {1.7976931348623157e308, "1.7976931348623157e308"},
+                 {9007199254740993.0, "9007199254740992"},
+                 {123.456, "123.456"},
+                 {2.2250738585072014e-308, "2.2250738585072014e-308"},
+                 {0.3, "0.3"}};
   qel_var *d = qel_var_new(6, 0);
   for (const auto &c : doubles) {
     qel_var_set_double(d, 0, c.d);
     EXPECT_EQ(write(d), c.text);
   }
-  const struct { float f; const char *text; } floats[] = {
-      {16777216.0f, "16777216"}, {1e-45f, "1e-45"}, {3.4028235e38f, "3.4028235e38"}, {0.3f, "0.3"}, {1.1754944e-38f, "1.1754944e-38"}};
+  const struct {
+    float f;
+    const char *text;
+  } floats[] = {{16777216.0f, "16777216"},
+                {1e-45f, "1e-45"},
+                {3.4028235e38f, "3.4028235e38"},
+                {0.3f, "0.3"},
+                {1.1754944e-38f, "1.1754944e-38"}};
   qel_var *f = qel_var_new(5, 0);
   for (const auto &c : floats) {
     qel_var_set_float(f, 0, c.f);
@@ -152,8 +173,9 @@ TEST_F(Json, ReadsIntoTheShapeOfTheDestination) {
   qel_var *r = qel_var_new_x(20, 0, nullptr, resolve);
   qel_var_set_long(member(r, "id"), 0, 7);
   member(r, "id")->buf = 99;
-  ASSERT_EQ(read(r, " {\"score\": 2e0, \"name\": \"\\u00e9\\ud83d\\ude00\\/\", \"ratio\": null, \"score\": -0.5,"
-                    " \"kids\": [{\"y\": [1, 2.5]}, {}], \"tags\": [\"x\", \"\"]}\n"),
+  ASSERT_EQ(read(r,
+                 " {\"score\": 2e0, \"name\": \"\\u00e9\\ud83d\\ude00\\/\", \"ratio\": null, \"score\": -0.5,"
+                 " \"kids\": [{\"y\": [1, 2.5]}, {}], \"tags\": [\"x\", \"\"]}\n"),
             0);
   EXPECT_EQ(qel_var_get_long(member(r, "id"), 0), 7);  // absent: kept, with its caller value
   EXPECT_EQ(member(r, "id")->buf, 99u);
@@ -181,7 +203,11 @@ TEST_F(Json, ReadsIntoTheShapeOfTheDestination) {
 }
 
 TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
-  const struct { const char *text; int code; int64_t line, column; } cases[] = {
+  const struct {
+    const char *text;
+    int code;
+    int64_t line, column;
+  } cases[] = {
       {"{\"id\": 1.5}", QEL_JSON_ERR_RANGE, 1, 8},
       {"{\"kids\": [{\"x\": -1}]}", QEL_JSON_ERR_RANGE, 1, 17},
       {"{\"kids\": [{\"x\": 4294967296}]}", QEL_JSON_ERR_RANGE, 1, 17},

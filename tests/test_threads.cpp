@@ -63,7 +63,8 @@ std::string work(Shared *shared, uint64_t seed, std::atomic<int> *start) {
     twin.copy_from(rec);
     qel::var again = qel::var::make(30, 0, shared, resolve);  // the same keys: copied member by member
     again.copy_from(twin);
-    if (again["id"].get<int64_t>() != id || again["tags"].get<std::string_view>(0) != rec["tags"].get<std::string_view>(0))
+    if (again["id"].get<int64_t>() != id ||
+        again["tags"].get<std::string_view>(0) != rec["tags"].get<std::string_view>(0))
       return "copies of one shape";
     qel::xvars col(qel::xcode::f64, qel::form::multi);
     qel::xvar row(qel::xcode::f64, qel::form::multi);

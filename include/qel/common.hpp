@@ -34,12 +34,12 @@ namespace qel {
  * identically, and so do 7 and 8; records are code 0 and every code from 10
  * upward, which a resolver maps to a layout. */
 enum class code : std::uint32_t {
-    record0 = QEL_VAR_PLAIN_RECORD,  /* record storage, no member shortcuts */
-    u32 = QEL_VAR_UINT32,            /* 32-bit integer read back unsigned */
-    i64 = QEL_VAR_INT64,             /* signed 64-bit integer */
-    f32 = QEL_VAR_FLOAT,             /* single float */
-    f64 = QEL_VAR_DOUBLE,            /* double */
-    bytes = QEL_VAR_BYTES,           /* byte string */
+    record0 = QEL_VAR_PLAIN_RECORD, /* record storage, no member shortcuts */
+    u32 = QEL_VAR_UINT32,           /* 32-bit integer read back unsigned */
+    i64 = QEL_VAR_INT64,            /* signed 64-bit integer */
+    f32 = QEL_VAR_FLOAT,            /* single float */
+    f64 = QEL_VAR_DOUBLE,           /* double */
+    bytes = QEL_VAR_BYTES,          /* byte string */
     first_record = QEL_VAR_FIRST_RECORD,
 };
 
@@ -122,9 +122,8 @@ namespace detail {
  * signed char and unsigned char are std::int8_t and std::uint8_t, the type
  * of the form byte itself, so they count as small integers. */
 template <class T>
-inline constexpr bool is_char_v =
-    std::is_same_v<T, char> || std::is_same_v<T, wchar_t> || std::is_same_v<T, char8_t> ||
-    std::is_same_v<T, char16_t> || std::is_same_v<T, char32_t>;
+inline constexpr bool is_char_v = std::is_same_v<T, char> || std::is_same_v<T, wchar_t> || std::is_same_v<T, char8_t> ||
+                                  std::is_same_v<T, char16_t> || std::is_same_v<T, char32_t>;
 
 /* Integer values: every integer type but bool and the character types
  * (std::int8_t and std::uint8_t are integers). */
@@ -142,8 +141,8 @@ concept number_value = integer_value<T> || float_value<T> || double_value<T>;
 
 /* Text: anything a std::string_view can be made from (but not a number). */
 template <class T>
-concept text_value = !std::is_arithmetic_v<T> && !std::is_null_pointer_v<T> &&
-                     std::convertible_to<const T &, std::string_view>;
+concept text_value =
+    !std::is_arithmetic_v<T> && !std::is_null_pointer_v<T> && std::convertible_to<const T &, std::string_view>;
 
 /* What add / set accept, after dropping cv and references. */
 template <class T>
@@ -182,8 +181,7 @@ inline std::string_view view_of(const char *bytes, std::int64_t length) noexcept
  * out-of-range giving INT64_MIN; low 32 bits; nearest float with infinities
  * beyond the float range. */
 constexpr std::int64_t truncate(double d) noexcept {
-    if (!(d >= -9223372036854775808.0 && d < 9223372036854775808.0))
-        return std::numeric_limits<std::int64_t>::min();
+    if (!(d >= -9223372036854775808.0 && d < 9223372036854775808.0)) return std::numeric_limits<std::int64_t>::min();
     return static_cast<std::int64_t>(d);
 }
 constexpr std::uint32_t low32(std::int64_t v) noexcept {
@@ -220,7 +218,10 @@ inline void make_key(search_key &k, std::uint32_t type, const T &v) noexcept {
         }
     } else {
         switch (type) {
-        case 1: case 2: case 3: case 9:
+        case 1:
+        case 2:
+        case 3:
+        case 9:
             if constexpr (integer_value<D>) k.u32 = low32(static_cast<std::int64_t>(v));
             else k.u32 = low32(truncate(static_cast<double>(v)));
             k.ptr = &k.u32;
@@ -241,8 +242,7 @@ inline void make_key(search_key &k, std::uint32_t type, const T &v) noexcept {
             else k.f64 = static_cast<double>(v);
             k.ptr = &k.f64;
             break;
-        default:
-            break;
+        default: break;
         }
     }
 }
@@ -265,12 +265,32 @@ public:
     value_type operator[](difference_type n) const noexcept { return get_(index_ + n); }
     std::int64_t index() const noexcept { return index_; }
 
-    index_iterator &operator++() noexcept { ++index_; return *this; }
-    index_iterator operator++(int) noexcept { index_iterator t = *this; ++index_; return t; }
-    index_iterator &operator--() noexcept { --index_; return *this; }
-    index_iterator operator--(int) noexcept { index_iterator t = *this; --index_; return t; }
-    index_iterator &operator+=(difference_type n) noexcept { index_ += n; return *this; }
-    index_iterator &operator-=(difference_type n) noexcept { index_ -= n; return *this; }
+    index_iterator &operator++() noexcept {
+        ++index_;
+        return *this;
+    }
+    index_iterator operator++(int) noexcept {
+        index_iterator t = *this;
+        ++index_;
+        return t;
+    }
+    index_iterator &operator--() noexcept {
+        --index_;
+        return *this;
+    }
+    index_iterator operator--(int) noexcept {
+        index_iterator t = *this;
+        --index_;
+        return t;
+    }
+    index_iterator &operator+=(difference_type n) noexcept {
+        index_ += n;
+        return *this;
+    }
+    index_iterator &operator-=(difference_type n) noexcept {
+        index_ -= n;
+        return *this;
+    }
 
     friend index_iterator operator+(index_iterator it, difference_type n) noexcept { return it += n; }
     friend index_iterator operator+(difference_type n, index_iterator it) noexcept { return it += n; }
@@ -278,9 +298,7 @@ public:
     friend difference_type operator-(const index_iterator &a, const index_iterator &b) noexcept {
         return a.index_ - b.index_;
     }
-    friend bool operator==(const index_iterator &a, const index_iterator &b) noexcept {
-        return a.index_ == b.index_;
-    }
+    friend bool operator==(const index_iterator &a, const index_iterator &b) noexcept { return a.index_ == b.index_; }
     friend std::strong_ordering operator<=>(const index_iterator &a, const index_iterator &b) noexcept {
         return a.index_ <=> b.index_;
     }

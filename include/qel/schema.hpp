@@ -105,11 +105,11 @@ public:
      * so that members can be chained; a temporary stays one, so that
      * `qel::schema s = qel::schema().add(...)` moves it and no variant is
      * built from a schema freed at the end of the statement. */
-    schema &add(std::string_view name, var_type type, std::uint8_t multi = form::single) & noexcept {
+    schema &add(std::string_view name, var_type type, std::uint8_t multi = form::single) &noexcept {
         qel_var_schema_add(p_, name.data(), static_cast<std::int64_t>(name.size()), type, multi);
         return *this;
     }
-    schema &&add(std::string_view name, var_type type, std::uint8_t multi = form::single) && noexcept {
+    schema &&add(std::string_view name, var_type type, std::uint8_t multi = form::single) &&noexcept {
         return std::move(add(name, type, multi));
     }
     /* Changes member i's type and form (not its name); out of range: nothing. */

@@ -122,14 +122,10 @@ public:
      * needs an array sorted ascending. */
     template <class T>
         requires value<T>
-    [[nodiscard]] std::int64_t find(const T &key) const noexcept {
-        return search(qel_var_find, key);
-    }
+    [[nodiscard]] std::int64_t find(const T &key) const noexcept { return search(qel_var_find, key); }
     template <class T>
         requires value<T>
-    [[nodiscard]] std::int64_t bfind(const T &key) const noexcept {
-        return search(qel_var_bfind, key);
-    }
+    [[nodiscard]] std::int64_t bfind(const T &key) const noexcept { return search(qel_var_bfind, key); }
 
     /* Member `name` of a single record of code 10 or above, or a null view. */
     CRef member(std::string_view name) const noexcept {
@@ -251,15 +247,13 @@ public:
     /* Replaces a single value. */
     template <class T>
         requires value<T>
-    void set(const T &v) noexcept {
-        set(0, v);
-    }
+    void set(const T &v) noexcept { set(0, v); }
     /* Keyed insert into an array: the entry holding the converted value
      * (inserted if absent) gives its caller value; 0 when nothing was done.
      * Set the caller value with set_buf(find(v), x). */
     template <class T>
-        requires value<T>
-    std::uint64_t add_x(const T &v) noexcept {
+        requires value<T> std::uint64_t add_x(const T &v)
+    noexcept {
         using V = std::remove_cvref_t<T>;
         if constexpr (text_value<V>) {
             const text_arg t = text_of(v);
@@ -380,7 +374,9 @@ public:
     explicit var(var_type type, std::uint8_t multi = form::single) noexcept : p_(qel_var_new(type, multi)) {}
 
     /* Same as the constructor. */
-    [[nodiscard]] static var make(var_type type, std::uint8_t multi = form::single) noexcept { return var(type, multi); }
+    [[nodiscard]] static var make(var_type type, std::uint8_t multi = form::single) noexcept {
+        return var(type, multi);
+    }
     /* A variant whose schema comes from a callable resolver: r(type) is
      * called for the type and then for every member, depth first, while the
      * record and its nested members are built.  r only needs to live for the
@@ -432,27 +428,27 @@ public:
 
     /* Views and ranges come only from a named owner (an lvalue): those of a
      * temporary would dangle once it is freed at the end of the statement. */
-    operator var_ref() & noexcept { return var_ref(p_); }
+    operator var_ref() &noexcept { return var_ref(p_); }
     operator var_ref() && = delete;
-    operator var_cref() const & noexcept { return var_cref(p_); }
+    operator var_cref() const &noexcept { return var_cref(p_); }
     operator var_cref() const && = delete;
-    var_ref ref() & noexcept { return var_ref(p_); }
+    var_ref ref() &noexcept { return var_ref(p_); }
     var_ref ref() && = delete;
     template <detail::readable T>
-    [[nodiscard]] detail::index_range<detail::var_value_getter<T>> values() const & noexcept {
+    [[nodiscard]] detail::index_range<detail::var_value_getter<T>> values() const &noexcept {
         return var_ops::template values<T>();
     }
     template <detail::readable T>
     void values() const && = delete;
-    [[nodiscard]] detail::index_range<detail::element_getter<var_ref>> elements() & noexcept {
+    [[nodiscard]] detail::index_range<detail::element_getter<var_ref>> elements() &noexcept {
         return var_ops::elements();
     }
-    [[nodiscard]] detail::index_range<detail::element_getter<var_cref>> elements() const & noexcept {
+    [[nodiscard]] detail::index_range<detail::element_getter<var_cref>> elements() const &noexcept {
         return var_ops::elements();
     }
     void elements() const && = delete;
-    [[nodiscard]] detail::member_range<var_ref> members() & noexcept { return var_ops::members(); }
-    [[nodiscard]] detail::member_range<var_cref> members() const & noexcept { return var_ops::members(); }
+    [[nodiscard]] detail::member_range<var_ref> members() &noexcept { return var_ops::members(); }
+    [[nodiscard]] detail::member_range<var_cref> members() const &noexcept { return var_ops::members(); }
     void members() const && = delete;
 
 private:
@@ -475,59 +471,89 @@ concept var_handle = std::same_as<T, var> || std::same_as<T, var_ref> || std::sa
 namespace detail {
 
 template <class D>
-inline void var_ops<D>::add_var(var_cref src) noexcept { qel_var_add_var(m(), src.get()); }
+inline void var_ops<D>::add_var(var_cref src) noexcept {
+    qel_var_add_var(m(), src.get());
+}
 template <class D>
-inline void var_ops<D>::set_var(std::int64_t index, var_cref src) noexcept { qel_var_set_var(m(), index, src.get()); }
+inline void var_ops<D>::set_var(std::int64_t index, var_cref src) noexcept {
+    qel_var_set_var(m(), index, src.get());
+}
 template <class D>
 inline void var_ops<D>::get_var(std::int64_t index, var_ref dst) const noexcept {
     qel_var_get_var(this->c(), index, dst.get());
 }
 template <class D>
-inline void var_ops<D>::copy_from(var_cref src) noexcept { qel_var_copy(m(), src.get()); }
+inline void var_ops<D>::copy_from(var_cref src) noexcept {
+    qel_var_copy(m(), src.get());
+}
 template <class D>
-inline void var_ops<D>::append(var_cref src) noexcept { qel_var_append(m(), src.get()); }
+inline void var_ops<D>::append(var_cref src) noexcept {
+    qel_var_append(m(), src.get());
+}
 template <class D>
 inline var_ref var_ops<D>::member(std::string_view name) noexcept {
     return var_ref(qel_var_get_val(m(), name.data(), static_cast<std::int64_t>(name.size())));
 }
 template <class D>
-inline var_ref var_ops<D>::operator[](std::string_view name) noexcept { return member(name); }
+inline var_ref var_ops<D>::operator[](std::string_view name) noexcept {
+    return member(name);
+}
 template <class D>
-inline var_ref var_ops<D>::element(std::int64_t index) noexcept { return var_ref(qel_var_get_var_x(m(), index)); }
+inline var_ref var_ops<D>::element(std::int64_t index) noexcept {
+    return var_ref(qel_var_get_var_x(m(), index));
+}
 template <class D>
-inline var_ref var_ops<D>::operator[](std::int64_t index) noexcept { return element(index); }
+inline var_ref var_ops<D>::operator[](std::int64_t index) noexcept {
+    return element(index);
+}
 template <class D>
 inline index_range<element_getter<var_ref>> var_ops<D>::elements() noexcept {
     return {element_getter<var_ref>{m()}, storage_of(qel_var_type(m())) == storage::record ? qel_var_size(m()) : 0};
 }
 template <class D>
-inline member_range<var_ref> var_ops<D>::members() noexcept { return member_range<var_ref>(m()); }
+inline member_range<var_ref> var_ops<D>::members() noexcept {
+    return member_range<var_ref>(m());
+}
 template <class D>
 inline void var_ops<D>::set_member(std::string_view name, var_cref src) noexcept {
     qel_var_set_val(m(), name.data(), static_cast<std::int64_t>(name.size()), src.get());
 }
 template <class D>
-inline var_ref var_ops<D>::add_new() noexcept { return var_ref(qel_var_add_new(m())); }
+inline var_ref var_ops<D>::add_new() noexcept {
+    return var_ref(qel_var_add_new(m()));
+}
 template <class D>
-inline void var_ops<D>::add_copy(var_cref src) noexcept { qel_var_add_var_x(m(), src.get()); }
+inline void var_ops<D>::add_copy(var_cref src) noexcept {
+    qel_var_add_var_x(m(), src.get());
+}
 template <class D>
 inline void var_ops<D>::set_element(std::int64_t index, var_cref src) noexcept {
     qel_var_set_var_x(m(), index, src.get());
 }
 template <class D>
-inline void var_ops<D>::add_var(const var &src) noexcept { qel_var_add_var(m(), src.get()); }
+inline void var_ops<D>::add_var(const var &src) noexcept {
+    qel_var_add_var(m(), src.get());
+}
 template <class D>
-inline void var_ops<D>::set_var(std::int64_t index, const var &src) noexcept { qel_var_set_var(m(), index, src.get()); }
+inline void var_ops<D>::set_var(std::int64_t index, const var &src) noexcept {
+    qel_var_set_var(m(), index, src.get());
+}
 template <class D>
-inline void var_ops<D>::copy_from(const var &src) noexcept { qel_var_copy(m(), src.get()); }
+inline void var_ops<D>::copy_from(const var &src) noexcept {
+    qel_var_copy(m(), src.get());
+}
 template <class D>
-inline void var_ops<D>::append(const var &src) noexcept { qel_var_append(m(), src.get()); }
+inline void var_ops<D>::append(const var &src) noexcept {
+    qel_var_append(m(), src.get());
+}
 template <class D>
 inline void var_ops<D>::set_member(std::string_view name, const var &src) noexcept {
     qel_var_set_val(m(), name.data(), static_cast<std::int64_t>(name.size()), src.get());
 }
 template <class D>
-inline void var_ops<D>::add_copy(const var &src) noexcept { qel_var_add_var_x(m(), src.get()); }
+inline void var_ops<D>::add_copy(const var &src) noexcept {
+    qel_var_add_var_x(m(), src.get());
+}
 template <class D>
 inline void var_ops<D>::set_element(std::int64_t index, const var &src) noexcept {
     qel_var_set_var_x(m(), index, src.get());

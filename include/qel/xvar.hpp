@@ -18,7 +18,9 @@ class xvar {
 public:
     xvar() = default;
     explicit xvar(xvar_type type, std::uint8_t multi = form::single) noexcept : p_(qel_xvar_new(type, multi)) {}
-    [[nodiscard]] static xvar make(xvar_type type, std::uint8_t multi = form::single) noexcept { return xvar(type, multi); }
+    [[nodiscard]] static xvar make(xvar_type type, std::uint8_t multi = form::single) noexcept {
+        return xvar(type, multi);
+    }
     [[nodiscard]] static xvar adopt(qel_xvar *owned) noexcept {
         xvar v;
         v.p_ = owned;
@@ -85,8 +87,7 @@ public:
      * converted value (inserted if absent), valid until the array next
      * grows; NULL when nothing was done. */
     template <class T>
-        requires detail::value<T>
-    std::uint64_t *add_x(const T &v) noexcept {
+    requires detail::value<T> std::uint64_t *add_x(const T &v) noexcept {
         using V = std::remove_cvref_t<T>;
         std::uint64_t *out = nullptr;
         if constexpr (detail::text_value<V>) {
@@ -118,9 +119,7 @@ public:
     }
     template <class T>
         requires detail::value<T>
-    void set(const T &v) noexcept {
-        set(0, v);
-    }
+    void set(const T &v) noexcept { set(0, v); }
     template <detail::readable T>
     [[nodiscard]] T get(std::int64_t index = 0) const noexcept {
         return detail::get_xvar_value<T>(p_, index);
@@ -128,7 +127,7 @@ public:
     /* The elements read as T; only of a named owner (a temporary's range
      * would outlive it). */
     template <detail::readable T>
-    [[nodiscard]] detail::index_range<detail::xvar_value_getter<T>> values() const & noexcept {
+    [[nodiscard]] detail::index_range<detail::xvar_value_getter<T>> values() const &noexcept {
         return {detail::xvar_value_getter<T>{p_}, qel_xvar_size(p_)};
     }
     template <detail::readable T>
@@ -152,7 +151,9 @@ class xvars {
 public:
     xvars() = default;
     explicit xvars(xvar_type type, std::uint8_t multi = form::single) noexcept : p_(qel_xvars_new(type, multi)) {}
-    [[nodiscard]] static xvars make(xvar_type type, std::uint8_t multi = form::single) noexcept { return xvars(type, multi); }
+    [[nodiscard]] static xvars make(xvar_type type, std::uint8_t multi = form::single) noexcept {
+        return xvars(type, multi);
+    }
     [[nodiscard]] static xvars adopt(qel_xvars *owned) noexcept {
         xvars v;
         v.p_ = owned;
@@ -234,7 +235,7 @@ public:
     [[nodiscard]] T get(std::int64_t entry, std::int64_t pos = 0) const noexcept;
     /* The values of one entry of a multi column set, read as T. */
     template <detail::readable T>
-    [[nodiscard]] detail::index_range<detail::xvars_value_getter<T>> values(std::int64_t entry) const & noexcept {
+    [[nodiscard]] detail::index_range<detail::xvars_value_getter<T>> values(std::int64_t entry) const &noexcept {
         return {detail::xvars_value_getter<T>{p_, entry}, qel_xvars_get_size(p_, entry)};
     }
     template <detail::readable T>

@@ -23,8 +23,8 @@ constexpr storage storage_of(uint32_t type) {
   return storage::record;
 }
 static_assert(storage_of(0) == storage::record && storage_of(5) == storage::bits32 &&
-              storage_of(6) == storage::bits64 && storage_of(8) == storage::bytes &&
-              storage_of(9) == storage::bits32 && storage_of(0xFFFFFFFFu) == storage::record);
+              storage_of(6) == storage::bits64 && storage_of(8) == storage::bytes && storage_of(9) == storage::bits32 &&
+              storage_of(0xFFFFFFFFu) == storage::record);
 
 // One record whose members are being created, and the records above it on
 // the same path.  Lives on the stack of member creation: no allocation.
@@ -49,8 +49,7 @@ qel_var *var_alloc(uint32_t type, uint8_t multi, qel_schema *schema);
 void var_init_at(qel_var *var, void *context, qel_schema_resolver resolver, const build_path *path);
 
 // Requires nothing: qel_var_new_x below a path of records being built.
-qel_var *var_new_at(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
-                    const build_path *path);
+qel_var *var_new_at(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver, const build_path *path);
 
 // Requires room for a qel_var at place: var_new_at's record made there.
 qel_var *var_make_at(void *place, uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,

@@ -48,9 +48,7 @@ constexpr int64_t to_bits64(uint32_t type, int64_t v) {
 constexpr int64_t to_bits64(uint32_t type, float v) {
   return type == kI64 ? conv::truncate(v) : conv::double_bits(static_cast<double>(v));
 }
-constexpr int64_t to_bits64(uint32_t type, double v) {
-  return type == kI64 ? conv::truncate(v) : conv::double_bits(v);
-}
+constexpr int64_t to_bits64(uint32_t type, double v) { return type == kI64 ? conv::truncate(v) : conv::double_bits(v); }
 
 // ---- reading: stored bits -> caller kind (R is int64_t, float or double) ----
 

@@ -123,8 +123,8 @@ inline int compare_bytes(const char *a, size_t an, const char *b, size_t bn) {
   return an < bn ? -1 : 1;
 }
 
-} // namespace qel_detail
+}  // namespace qel_detail
 
 #pragma GCC visibility pop
 
-#endif // QEL_STD_BYTES_H
+#endif  // QEL_STD_BYTES_H

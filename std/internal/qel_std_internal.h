@@ -71,10 +71,8 @@ inline int64_t next_capacity(int64_t cap, int64_t needed) {
 // reallocates to new_cap entries and zero-fills the new ones.
 template <typename Entry>
 inline Entry *resize_entries(Entry *entries, int64_t old_cap, int64_t new_cap) {
-  auto *p = static_cast<Entry *>(
-      xrealloc(entries, static_cast<size_t>(new_cap) * sizeof(Entry)));
-  std::memset(static_cast<void *>(p + old_cap), 0,
-              static_cast<size_t>(new_cap - old_cap) * sizeof(Entry));
+  auto *p = static_cast<Entry *>(xrealloc(entries, static_cast<size_t>(new_cap) * sizeof(Entry)));
+  std::memset(static_cast<void *>(p + old_cap), 0, static_cast<size_t>(new_cap - old_cap) * sizeof(Entry));
   return p;
 }
 
@@ -168,19 +166,17 @@ inline uint64_t hash_bytes(const char *p, size_t n) {
 // (0 = empty), so a probe compares in the table and never reads the entries.
 // String arrays: the string's hash and position + 1.
 struct lookup {
-  int64_t count; // the array count this index describes
-  uint64_t mask; // slots - 1 (slots is a power of two)
-  uint64_t used; // occupied slots
+  int64_t count;  // the array count this index describes
+  uint64_t mask;  // slots - 1 (slots is a power of two)
+  uint64_t used;  // occupied slots
   uint64_t words_per_slot;
-  int64_t last; // position the last keyed insert found, or -1: the find that
-                // usually follows it (a count by key) needs no probe
+  int64_t last;  // position the last keyed insert found, or -1: the find that
+                 // usually follows it (a count by key) needs no probe
 };
 
 // Requires a block from make_lookup; its slot words.
 inline uint64_t *lookup_slots(lookup *lk) { return reinterpret_cast<uint64_t *>(lk + 1); }
-inline const uint64_t *lookup_slots(const lookup *lk) {
-  return reinterpret_cast<const uint64_t *>(lk + 1);
-}
+inline const uint64_t *lookup_slots(const lookup *lk) { return reinterpret_cast<const uint64_t *>(lk + 1); }
 
 // Requires 0 <= n <= kMaxEntries; the slot count (a power of two) that
 // holds n values at load 1/2 or less.
@@ -192,8 +188,8 @@ inline uint64_t slots_for(int64_t n) {
 
 // Requires slots a power of two; an empty index of that many slots.
 inline lookup *make_lookup(uint64_t slots, uint64_t words_per_slot) {
-  auto *lk = static_cast<lookup *>(
-      xcalloc(sizeof(lookup) + static_cast<size_t>(slots * words_per_slot) * sizeof(uint64_t)));
+  auto *lk =
+      static_cast<lookup *>(xcalloc(sizeof(lookup) + static_cast<size_t>(slots * words_per_slot) * sizeof(uint64_t)));
   lk->count = 0;
   lk->mask = slots - 1;
   lk->used = 0;
@@ -328,8 +324,8 @@ template <typename A>
     int64_t held = entries_held(a->entries);
     if (held <= n) {
       held = next_capacity(a->capacity, n + 1);
-      a->entries = static_cast<decltype(a->entries)>(
-          xrealloc(a->entries, static_cast<size_t>(held) * sizeof(a->entries[0])));
+      a->entries =
+          static_cast<decltype(a->entries)>(xrealloc(a->entries, static_cast<size_t>(held) * sizeof(a->entries[0])));
     }
     const int64_t cap = held - n > kOpenStep ? n + kOpenStep : held;
     std::memset(static_cast<void *>(a->entries + n), 0, static_cast<size_t>(cap - n) * sizeof(a->entries[0]));
@@ -396,12 +392,8 @@ inline void value_set_at(A *a, int64_t index, V value, uint64_t buf) {
     if (a->priv_lookup != nullptr) drop_lookup(a);
   }
 }
-inline void set_at(qel_arrayd *a, int64_t index, uint32_t value, uint64_t buf) {
-  value_set_at(a, index, value, buf);
-}
-inline void set_at(qel_arrayx *a, int64_t index, int64_t value, uint64_t buf) {
-  value_set_at(a, index, value, buf);
-}
+inline void set_at(qel_arrayd *a, int64_t index, uint32_t value, uint64_t buf) { value_set_at(a, index, value, buf); }
+inline void set_at(qel_arrayx *a, int64_t index, int64_t value, uint64_t buf) { value_set_at(a, index, value, buf); }
 
 // Requires an array with n entries in use; a fresh keyed-insert index of them.
 template <typename A>
@@ -434,7 +426,8 @@ inline auto *entry_insert(A *a, V value) {
   for (uint64_t v; (v = s[2 * i + 1]) != 0; i = (i + 1) & lk->mask)
     if (s[2 * i] == key) {
       auto *e = &a->entries[v - 1];
-      if (value_key(*e) == key) [[likely]] return e;
+      if (value_key(*e) == key) [[likely]]
+        return e;
       return entry_insert_rebuilt(a, value);
     }
   if (n == a->capacity) [[unlikely]]
@@ -614,8 +607,7 @@ inline qel_hash_entry *hash_find_hashed(const qel_hash *h, const char *key, size
     uint32_t s = h->priv_slots[i];
     if (s == 0) return nullptr;
     qel_hash_entry *e = &h->priv_entries[s - 1];
-    if (e->priv_hash == hv && e->key_length == len && same_bytes(h->key_pool + e->key_offset, key, len))
-      return e;
+    if (e->priv_hash == hv && e->key_length == len && same_bytes(h->key_pool + e->key_offset, key, len)) return e;
     i = (i + 1) & mask;
   }
 }
@@ -623,8 +615,7 @@ inline qel_hash_entry *hash_find_hashed(const qel_hash *h, const char *key, size
 // Requires an initialised hash; the newest entry under exactly these bytes,
 // or NULL (also for a negative length, or NULL key with a positive length).
 inline qel_hash_entry *hash_find(const qel_hash *h, const char *key, int64_t length) {
-  if (h->priv_count == 0 || length < 0 || length > UINT32_MAX || (key == nullptr && length > 0))
-    return nullptr;
+  if (h->priv_count == 0 || length < 0 || length > UINT32_MAX || (key == nullptr && length > 0)) return nullptr;
   const auto len = static_cast<size_t>(length);
   return hash_find_hashed(h, key, len, key_hash(key, len));
 }
@@ -767,8 +758,8 @@ inline qel_hash_entry *hash_entry_at(const qel_hash *h, uint32_t k) {
   return k < h->priv_count ? &h->priv_entries[k] : nullptr;
 }
 
-} // namespace qel_detail
+}  // namespace qel_detail
 
 #pragma GCC visibility pop
 
-#endif // QEL_STD_INTERNAL_H
+#endif  // QEL_STD_INTERNAL_H

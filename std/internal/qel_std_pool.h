@@ -36,8 +36,8 @@ inline bool storable(const char *bytes, int64_t length) {
   return length >= 0 && length <= kPoolLimit && (bytes != nullptr || length == 0);
 }
 
-} // namespace qel_detail
+}  // namespace qel_detail
 
 #pragma GCC visibility pop
 
-#endif // QEL_STD_POOL_H
+#endif  // QEL_STD_POOL_H

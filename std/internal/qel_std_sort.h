@@ -46,7 +46,7 @@ void radix_sort(T *a, T *tmp, size_t n, DigitFn digit) {
   T *dst = tmp;
   for (unsigned d = 0; d < Digits; d++) {
     size_t *c = counts[d];
-    if (c[digit(a[0], d)] == n) continue; // every record has this digit
+    if (c[digit(a[0], d)] == n) continue;  // every record has this digit
     size_t sum = 0;
     for (unsigned v = 0; v < 256; v++) {
       size_t here = c[v];
@@ -61,8 +61,8 @@ void radix_sort(T *a, T *tmp, size_t n, DigitFn digit) {
   if (src != a) std::memcpy(static_cast<void *>(a), static_cast<const void *>(src), n * sizeof(T));
 }
 
-} // namespace qel_detail
+}  // namespace qel_detail
 
 #pragma GCC visibility pop
 
-#endif // QEL_STD_SORT_H
+#endif  // QEL_STD_SORT_H
