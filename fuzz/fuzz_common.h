@@ -352,6 +352,14 @@ void check_sort(const A &a, Arr &m, Num k, bool up, Order order, const char *whe
   std::sort(before.begin(), before.end());
   std::sort(after.begin(), after.end());
   FZ_CHECK(before == after, "%s: entries lost or changed", where);
+  if (k != Num::f32 && k != Num::f64) {  // the container sorts are stable: every entry's place is known
+    std::vector<Slot> want(m.slots.begin(), m.slots.begin() + m.count);
+    std::stable_sort(want.begin(), want.end(),
+                     [&](const Slot &x, const Slot &y) { return up ? order(x, y) < 0 : order(x, y) > 0; });
+    for (size_t i = 0; i < got.size(); ++i)
+      FZ_CHECK(same_slot(k, want[i], got[i]) && want[i].s == got[i].s, "%s: entry %zu not where a stable sort puts it",
+               where, i);
+  }
   std::copy(got.begin(), got.end(), m.slots.begin());
   m.sorted = (up && k != Num::f32 && k != Num::f64) || m.count < 2;
   m.forget_above();
