@@ -109,28 +109,9 @@ void qel_read(benchmark::State &state) {
 }
 
 #if QEL_BENCH_JSONC
-json_object *jsonc_record(const qb::record_data &d) {
-  json_object *o = json_object_new_object();
-  json_object_object_add(o, "id", json_object_new_int64(d.id));
-  json_object_object_add(o, "score", json_object_new_double(d.score));
-  json_object_object_add(o, "count", json_object_new_int64(d.count));
-  json_object_object_add(o, "ratio", json_object_new_double(d.ratio));
-  json_object_object_add(o, "name", json_object_new_string_len(d.name.data(), static_cast<int>(d.name.size())));
-  json_object_object_add(o, "tag", json_object_new_string_len(d.tag.data(), static_cast<int>(d.tag.size())));
-  json_object *tags = json_object_new_array();
-  for (const std::string &t : d.tags)
-    json_object_array_add(tags, json_object_new_string_len(t.data(), static_cast<int>(t.size())));
-  json_object_object_add(o, "tags", tags);
-  json_object *child = json_object_new_object();
-  json_object_object_add(child, "x", json_object_new_int64(d.x));
-  json_object_object_add(child, "y", json_object_new_double(d.y));
-  json_object_object_add(o, "child", child);
-  return o;
-}
-
 void jsonc_write(benchmark::State &state) {
   std::vector<json_object *> in;
-  for (const qb::record_data &d : qb::record_inputs()) in.push_back(jsonc_record(d));
+  for (const qb::record_data &d : qb::record_inputs()) in.push_back(qb::jsonc_record(d));
   for (auto _ : state) {
     size_t bytes = 0;
     for (json_object *o : in) {

@@ -44,32 +44,12 @@ void jsonc_append_read_double(benchmark::State &state) {
   }
 }
 
-json_object *jsonc_record_from(const qb::record_data &d) {
-  json_object *o = json_object_new_object();
-  json_object_object_add(o, "id", json_object_new_int64(d.id));
-  json_object_object_add(o, "score", json_object_new_double(d.score));
-  json_object_object_add(o, "count", json_object_new_int64(d.count));
-  json_object_object_add(o, "ratio", json_object_new_double(d.ratio));
-  json_object_object_add(o, "name", json_object_new_string_len(d.name.data(), static_cast<int>(d.name.size())));
-  json_object_object_add(o, "tag", json_object_new_string_len(d.tag.data(), static_cast<int>(d.tag.size())));
-  json_object *tags = json_object_new_array();
-  for (const std::string &t : d.tags)
-    json_object_array_add(tags, json_object_new_string_len(t.data(), static_cast<int>(t.size())));
-  json_object_object_add(o, "tags", tags);
-  json_object *child = json_object_new_object();
-  json_object_object_add(child, "x", json_object_new_int64(d.x));
-  json_object_object_add(child, "y", json_object_new_double(d.y));
-  json_object_object_add(o, "child", child);
-  return o;
-}
-
 void jsonc_records(benchmark::State &state) {
   const auto &in = qb::record_inputs();
   std::vector<json_object *> built(static_cast<size_t>(kRecords));
   for (auto _ : state) {
     const size_t before = qb::heap_in_use();
-    for (int64_t i = 0; i < kRecords; ++i)
-      built[static_cast<size_t>(i)] = jsonc_record_from(in[static_cast<size_t>(i)]);
+    for (int64_t i = 0; i < kRecords; ++i) built[static_cast<size_t>(i)] = qb::jsonc_record(in[static_cast<size_t>(i)]);
     qb::note_heap("3.records", "json-c", before, kRecords);
     for (json_object *o : built) json_object_put(o);
   }
@@ -87,7 +67,7 @@ void jsonc_lookup(benchmark::State &state) {
 }
 
 void jsonc_copy(benchmark::State &state) {
-  json_object *src = jsonc_record_from(qb::record_inputs()[0]);
+  json_object *src = qb::jsonc_record(qb::record_inputs()[0]);
   for (auto _ : state) {
     for (int64_t i = 0; i < kRecords; ++i) {
       json_object *dst = nullptr;
@@ -100,6 +80,25 @@ void jsonc_copy(benchmark::State &state) {
 }
 
 }  // namespace
+
+json_object *qb::jsonc_record(const qb::record_data &d) {
+  json_object *o = json_object_new_object();
+  json_object_object_add(o, "id", json_object_new_int64(d.id));
+  json_object_object_add(o, "score", json_object_new_double(d.score));
+  json_object_object_add(o, "count", json_object_new_int64(d.count));
+  json_object_object_add(o, "ratio", json_object_new_double(d.ratio));
+  json_object_object_add(o, "name", json_object_new_string_len(d.name.data(), static_cast<int>(d.name.size())));
+  json_object_object_add(o, "tag", json_object_new_string_len(d.tag.data(), static_cast<int>(d.tag.size())));
+  json_object *tags = json_object_new_array();
+  for (const std::string &t : d.tags)
+    json_object_array_add(tags, json_object_new_string_len(t.data(), static_cast<int>(t.size())));
+  json_object_object_add(o, "tags", tags);
+  json_object *child = json_object_new_object();
+  json_object_object_add(child, "x", json_object_new_int64(d.x));
+  json_object_object_add(child, "y", json_object_new_double(d.y));
+  json_object_object_add(o, "child", child);
+  return o;
+}
 
 void qb::register_jsonc() {
   add("1.code1", "json-c", jsonc_append_read_int, kValues);

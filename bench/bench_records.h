@@ -11,7 +11,12 @@
 #include "bench_common.h"
 #include "bench_data.h"
 
+struct json_object;
+
 namespace qb {
+
+// The json-c object of one record, as the json-c arms build it (defined with them).
+json_object *jsonc_record(const record_data &d);
 
 // Requires nothing; a record of code 20 built through the resolver and filled
 // by name from d (the qel arm of workload 3, and the source of workload 5).

@@ -96,16 +96,7 @@ void leave_block(qel_hash *h) {
 // Requires an uninitialised or terminated record; an empty hash.
 extern "C" QEL_API void qel_hash_init(qel_hash *h, int one, int zero) {
   (void)one, (void)zero;
-  h->key_pool = nullptr;
-  h->priv_entries = nullptr;
-  h->priv_slots = nullptr;
-  h->priv_key_length = 0;
-  h->priv_key_capacity = 0;
-  h->priv_count = 0;
-  h->priv_capacity = 0;
-  h->priv_slot_mask = 0;
-  h->priv_flags = 0;
-  h->priv_block = nullptr;
+  qel_detail::hash_init(h);
 }
 
 // Requires an initialised hash; releases table, entries, key copies and the
