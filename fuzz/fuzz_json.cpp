@@ -56,7 +56,9 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size == 0) return 0;
   const unsigned shape = data[0] % (sizeof kShapes / sizeof kShapes[0]);
-  const unsigned flags = (data[0] & 0x80) != 0 ? QEL_JSON_SKIP_UNKNOWN : 0;
+  const unsigned flags = ((data[0] & 0x80) != 0 ? QEL_JSON_SKIP_UNKNOWN : 0) |
+                         ((data[0] & 0x40) != 0 ? QEL_JSON_REQUIRE_MEMBERS : 0) |
+                         ((data[0] & 0x20) != 0 ? QEL_JSON_REJECT_NULL : 0);
   const char *text = reinterpret_cast<const char *>(data + 1);
   const auto len = static_cast<int64_t>(size - 1);
   qel_var *dst = make(shape);
@@ -69,11 +71,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const int rc = qel_json_read(dst, text, len, nullptr, resolver, flags, &err);
   FZ_CHECK(err.code == rc, "error code %d, result %d", err.code, rc);
   if (rc != QEL_JSON_OK) {
-    FZ_CHECK(rc >= QEL_JSON_ERR_UTF8 && rc <= QEL_JSON_ERR_STRING, "read gave %d", rc);
+    FZ_CHECK(rc >= QEL_JSON_ERR_UTF8 && rc <= QEL_JSON_ERR_NULL, "read gave %d", rc);
+    FZ_CHECK(rc != QEL_JSON_ERR_MISSING || (flags & QEL_JSON_REQUIRE_MEMBERS) != 0, "missing member without the flag");
+    FZ_CHECK(rc != QEL_JSON_ERR_NULL || (flags & QEL_JSON_REJECT_NULL) != 0, "null refused without the flag");
     FZ_CHECK(err.offset >= 0 && err.offset <= len && err.line >= 1 && err.column >= 1 && err.column <= err.offset + 1,
              "error at %lld (line %lld, column %lld) of %lld bytes", (long long)err.offset, (long long)err.line,
              (long long)err.column, (long long)len);
-    FZ_CHECK(std::strncmp(err.message, "line ", 5) == 0, "message %s", err.message);
+    const std::string place = "line " + std::to_string(err.line) + ", column " + std::to_string(err.column) + ": ";
+    FZ_CHECK(err.message == place + qel_json_error_cause(&err), "message %s", err.message);
     FZ_CHECK(text_of(dst) == before, "failed read (%d: %s) changed the destination", rc, err.message);
   } else {
     const std::string after = text_of(dst);

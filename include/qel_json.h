@@ -48,6 +48,17 @@ extern "C" {
  * QEL_JSON_ERR_UNKNOWN.
  */
 #define QEL_JSON_SKIP_UNKNOWN 0x8u
+/* Reading: every member that a record's schema lists must be named in the
+ * record's object (error QEL_JSON_ERR_MISSING at the object's closing brace,
+ * naming the first member missing). Without it absent members keep their
+ * values.
+ */
+#define QEL_JSON_REQUIRE_MEMBERS 0x10u
+/* Reading: null is an error wherever it stands (QEL_JSON_ERR_NULL), also
+ * inside members skipped by QEL_JSON_SKIP_UNKNOWN. Without it null leaves a
+ * value as it is.
+ */
+#define QEL_JSON_REJECT_NULL 0x20u
 
 /* ---- error codes (0 is success) ---- */
 
@@ -60,6 +71,8 @@ extern "C" {
 #define QEL_JSON_ERR_UNKNOWN 6   /* read: a member the record does not have */
 #define QEL_JSON_ERR_DEPTH 7     /* read: arrays and objects nested deeper than QEL_JSON_MAX_DEPTH */
 #define QEL_JSON_ERR_STRING 8    /* read: a bad escape, a lone surrogate or a raw control character */
+#define QEL_JSON_ERR_MISSING 9   /* read: a schema member absent (QEL_JSON_REQUIRE_MEMBERS) */
+#define QEL_JSON_ERR_NULL 10     /* read: null (QEL_JSON_REJECT_NULL) */
 
 /* Deepest nesting of arrays and objects that qel_json_read accepts. */
 #define QEL_JSON_MAX_DEPTH 1000
@@ -73,6 +86,13 @@ typedef struct qel_json_error {
     char message[200]; /* e.g. line 3, column 14: expected a number for
                           member "score", found a string */
 } qel_json_error;
+
+/* The message of `err` without its "line L, column C: " prefix (the cause
+ * alone, e.g. expected a number for member "score", found a string), so that
+ * a program can put the place in its own form (FILE:LINE:COL: cause). It
+ * points into err->message; "" when err is NULL or holds no error.
+ */
+QEL_API const char *qel_json_error_cause(const qel_json_error *err);
 
 /* Appends the JSON text of `v` to `out` and returns QEL_JSON_OK, or returns
  * an error code with nothing appended (`out` keeps its length): a NaN or an
@@ -109,11 +129,15 @@ QEL_API int qel_json_write(const qel_var *v, qel_stream *out, unsigned flags);
  *   record array gets one new element per object, made as
  *   qel_var_new_x(code, 0, context, resolver) would make it (without a
  *   resolver its schema is the array's).
- * - null leaves a value as it is (not allowed as an array element).
+ * - null leaves a value as it is (not allowed as an array element);
+ *   QEL_JSON_REJECT_NULL makes every null an error (QEL_JSON_ERR_NULL).
+ * - QEL_JSON_REQUIRE_MEMBERS: a member the record's schema lists but the
+ *   object does not name is an error (QEL_JSON_ERR_MISSING).
  * - Nesting deeper than QEL_JSON_MAX_DEPTH: QEL_JSON_ERR_DEPTH.
  * Only RFC 8259 JSON is accepted: one value, optionally surrounded by
  * whitespace; the text must be UTF-8. Pointers borrowed from `dst` (members,
- * elements, strings) are invalid after a successful read.
+ * elements, strings) are invalid after a successful read. Flags:
+ * QEL_JSON_SKIP_UNKNOWN, QEL_JSON_REQUIRE_MEMBERS, QEL_JSON_REJECT_NULL.
  */
 QEL_API int qel_json_read(qel_var *dst, const char *text, int64_t len, void *context, qel_schema_resolver resolver,
                           unsigned flags, qel_json_error *err);

@@ -49,8 +49,14 @@ class reader {
         err_(err),
         undo_(undo) {
     qel_stream_init(&scratch_);
+    qel_stream_init(&named_);
+    qel_stream_init(&marks_);
   }
-  ~reader() { qel_stream_term(&scratch_); }
+  ~reader() {
+    qel_stream_term(&scratch_);
+    qel_stream_term(&named_);
+    qel_stream_term(&marks_);
+  }
   reader(const reader &) = delete;
   reader &operator=(const reader &) = delete;
 
@@ -65,37 +71,76 @@ class reader {
  private:
   // ---- errors ----
 
+  // Requires nothing: whether the n bytes of word stand at p_.
+  bool at_word(const char *word, int64_t n) const {
+    return end_ - p_ >= n && std::memcmp(p_, word, static_cast<size_t>(n)) == 0;
+  }
+
+  // Requires nothing: whether p_ starts a JSON value (of whatever kind).
+  bool at_value() const {
+    if (p_ >= end_) return false;
+    switch (*p_) {
+      case '{':
+      case '[':
+      case '"': return true;
+      case 't': return at_word("true", 4);
+      case 'f': return at_word("false", 5);
+      case 'n': return at_word("null", 4);
+      case '-': return end_ - p_ >= 2 && is_digit(p_[1]);
+      default: return is_digit(*p_);
+    }
+  }
+
   // Requires nothing; the name of what the text holds at p_.
-  const char *found() const {
+  const char *found() {
     if (p_ >= end_) return "the end of the text";
     switch (*p_) {
       case '{': return "an object";
       case '[': return "an array";
       case '"': return "a string";
       case 't':
-      case 'f': return "a boolean";
-      case 'n': return "null";
-      case ']':
-      case '}': return "the end of a container";
+      case 'f': return at_value() ? "a boolean" : unexpected();
+      case 'n': return at_value() ? "null" : unexpected();
+      case ']': return "the end of an array";
+      case '}': return "the end of an object";
       case ',': return "','";
       case ':': return "':'";
-      default: return is_digit(*p_) || *p_ == '-' ? "a number" : "an unexpected character";
+      default: return at_value() ? "a number" : unexpected();
     }
+  }
+
+  // Requires p_ < end_: what stands at p_ quoted, a word whole (up to 20
+  // letters and digits), a byte that is no printable character by its code.
+  const char *unexpected() {
+    const auto c = static_cast<unsigned char>(*p_);
+    if (c < 0x21 || c > 0x7E) {
+      std::snprintf(found_text_, sizeof found_text_, "the byte 0x%02X", c);
+      return found_text_;
+    }
+    int64_t n = 1;
+    auto word = [](char x) { return is_digit(x) || (x >= 'a' && x <= 'z') || (x >= 'A' && x <= 'Z'); };
+    if (word(*p_))
+      while (n < end_ - p_ && word(p_[n])) ++n;
+    std::snprintf(found_text_, sizeof found_text_, "'%.*s%s'", static_cast<int>(n > 20 ? 20 : n), p_,
+                  n > 20 ? "..." : "");
+    return found_text_;
   }
 
   // Requires nothing; QEL_JSON_ERR_TYPE when p_ starts some JSON value (of
   // the wrong kind), QEL_JSON_ERR_SYNTAX otherwise.
-  int mismatch() const {
-    if (p_ >= end_) return QEL_JSON_ERR_SYNTAX;
-    const char c = *p_;
-    return c == '{' || c == '[' || c == '"' || c == 't' || c == 'f' || c == 'n' || c == '-' || is_digit(c)
-               ? QEL_JSON_ERR_TYPE
-               : QEL_JSON_ERR_SYNTAX;
+  int mismatch() const { return at_value() ? QEL_JSON_ERR_TYPE : QEL_JSON_ERR_SYNTAX; }
+
+  // Requires nothing: true at a null that QEL_JSON_REJECT_NULL refuses, after
+  // recording the error with what the destination expected.
+  bool refused_null(const char *expected) {
+    if ((flags_ & QEL_JSON_REJECT_NULL) == 0 || !at_word("null", 4)) return false;
+    fail(QEL_JSON_ERR_NULL, expected, "null");
+    return true;
   }
 
   // Requires nothing; records the error at p_ (with the member being read,
-  // when there is one) and returns its code.
-  int fail(int code, const char *what, const char *found_text = nullptr) {
+  // when there is one, after `relation`) and returns its code.
+  int fail(int code, const char *what, const char *found_text = nullptr, const char *relation = "for") {
     if (code_ != QEL_JSON_OK) return code_;
     code_ = code;
     if (err_ == nullptr) return code;
@@ -112,7 +157,7 @@ class reader {
     err_->column = p_ - line_start + 1;
     char member[80] = "";
     if (member_ != nullptr)
-      std::snprintf(member, sizeof member, " for member \"%.*s\"",
+      std::snprintf(member, sizeof member, " %s member \"%.*s\"", relation,
                     static_cast<int>(member_len_ > 40 ? 40 : member_len_), member_);
     std::snprintf(err_->message, sizeof err_->message, "line %lld, column %lld: %s%s, found %s",
                   static_cast<long long>(line), static_cast<long long>(err_->column), what, member,
@@ -298,10 +343,27 @@ class reader {
 
   // ---- values ----
 
+  // Requires nothing: what a single value (multi 0) or an array of type
+  // code `type` must be in the text.
+  static const char *expected_of(uint32_t type, uint8_t multi) {
+    if (multi != 0) return "expected an array";
+    switch (storage_of(type)) {
+      case storage::bits32: return type == 5 ? "expected a number" : "expected an integer from 0 to 4294967295";
+      case storage::bits64: return type == 6 ? "expected a number" : "expected an integer";
+      case storage::bytes: return "expected a string";
+      case storage::record: break;
+    }
+    return "expected an object";
+  }
+
   // Requires a variant: reads the value at p_ (after whitespace) into it.
   bool value(qel_var *v, int depth) {
     skip_ws();
-    if (p_ < end_ && *p_ == 'n') return literal("null", 4, "expected null");
+    if (at_word("null", 4)) {
+      if (refused_null(expected_of(v->type, v->multi))) return false;
+      p_ += 4;
+      return true;
+    }
     if (v->multi != 0) return array(v, depth);
     switch (storage_of(v->type)) {
       case storage::bits32: {
@@ -340,9 +402,7 @@ class reader {
   // Requires a number code and p_ at the value: its stored bits, in *b32
   // for the 32-bit class and in *b64 for the 64-bit class.
   bool scalar(uint32_t type, uint32_t *b32, uint64_t *b64) {
-    const char *expected = type == 5 || type == 6 ? "expected a number"
-                           : type == 4            ? "expected an integer"
-                                                  : "expected an integer from 0 to 4294967295";
+    const char *expected = expected_of(type, 0);
     const char *start = p_;
     number_token t;
     if (!number(t, expected)) return false;
@@ -435,6 +495,7 @@ class reader {
 
   // Requires an array variant of class cls: appends the element at p_.
   bool element(qel_var *v, storage cls, int depth) {
+    if (refused_null(expected_of(v->type, 0))) return false;
     switch (cls) {
       case storage::bits32: {
         uint32_t bits = 0;
@@ -485,17 +546,50 @@ class reader {
     if (p_ >= end_ || *p_ != '{') return fail(mismatch(), "expected an object") == 0;
     if (!deeper(depth)) return false;
     ++p_;
+    const int64_t named_from = named_.length;
     skip_ws();
+    bool ok = true;
     if (p_ < end_ && *p_ == '}') {
       ++p_;
-      return true;
+    } else {
+      do {
+        skip_ws();
+        if (!member(v, depth + 1)) return false;
+      } while (next_item('}', &ok));
     }
-    bool ok = true;
-    do {
-      skip_ws();
-      if (!member(v, depth + 1)) return false;
-    } while (next_item('}', &ok));
-    return ok;
+    if (!ok || (flags_ & QEL_JSON_REQUIRE_MEMBERS) == 0) return ok;
+    return all_named(v, named_from);
+  }
+
+  // Requires a single record whose object was just read (p_ after its '}'),
+  // the positions of the members it named at named_ from `from` on: fails
+  // at the '}' when the schema lists a member the object did not name.
+  bool all_named(qel_var *v, int64_t from) {
+    const qel_hash *members = &v->data.members;
+    const int64_t bytes = (static_cast<int64_t>(members->priv_count) + 7) / 8;
+    qel_stream_shrink(&marks_, 0);
+    if (marks_.capacity < bytes) qel_stream_expand(&marks_, bytes);
+    std::memset(marks_.bytes, 0, static_cast<size_t>(bytes));
+    for (int64_t at = from; at < named_.length; at += 4) {
+      uint32_t k = 0;
+      std::memcpy(&k, named_.bytes + at, 4);
+      marks_.bytes[k / 8] = static_cast<char>(marks_.bytes[k / 8] | (1 << (k % 8)));
+    }
+    qel_stream_shrink(&named_, from);
+    if (v->schema == nullptr) return true;
+    for (int64_t i = 0, n = qel_detail::in_use(v->schema); i < n; ++i) {
+      const char *name = nullptr;
+      int64_t len = 0;
+      qel_detail::array_entry(v->schema, i, &name, &len);
+      const qel_hash_entry *e = qel_detail::hash_find(members, name, len);
+      const auto k = e != nullptr ? static_cast<uint32_t>(e - members->priv_entries) : 0;
+      if (e != nullptr && (marks_.bytes[k / 8] >> (k % 8) & 1) != 0) continue;
+      --p_;
+      char what[64];
+      std::snprintf(what, sizeof what, "expected member \"%.*s\"", static_cast<int>(len > 40 ? 40 : len), name);
+      return fail(QEL_JSON_ERR_MISSING, what, "the end of the object", "in") == 0;
+    }
+    return true;
   }
 
   // Requires a single record and p_ at a member: reads "name": value.
@@ -509,9 +603,9 @@ class reader {
     skip_ws();
     if (p_ >= end_ || *p_ != ':') return fail(QEL_JSON_ERR_SYNTAX, "expected ':' after the member name") == 0;
     ++p_;
-    auto *m = static_cast<qel_var *>(qel_detail::hash_get(&v->data.members, scratch_.bytes, scratch_.length));
-    if (m == nullptr && !create_member(v, &m)) return false;
-    if (m == nullptr) {
+    qel_hash_entry *e = qel_detail::hash_find(&v->data.members, scratch_.bytes, scratch_.length);
+    if ((e == nullptr || e->value == nullptr) && !create_member(v, &e)) return false;
+    if (e == nullptr || e->value == nullptr) {
       if ((flags_ & QEL_JSON_SKIP_UNKNOWN) == 0) {
         p_ = name_at;
         char text[64];
@@ -519,6 +613,11 @@ class reader {
         return fail(QEL_JSON_ERR_UNKNOWN, "expected a member of the record", text) == 0;
       }
       return skip(depth);
+    }
+    auto *m = static_cast<qel_var *>(e->value);
+    if ((flags_ & QEL_JSON_REQUIRE_MEMBERS) != 0) {
+      const auto k = static_cast<uint32_t>(e - v->data.members.priv_entries);
+      put(&named_, reinterpret_cast<const char *>(&k), 4);
     }
     const char *outer = member_;
     const int64_t outer_len = member_len_;
@@ -531,9 +630,9 @@ class reader {
   }
 
   // Requires a single record and the member name in scratch_: creates the
-  // member when the schema lists it (*m stays NULL otherwise); false only
-  // when the record cannot take one more member.
-  bool create_member(qel_var *v, qel_var **m) {
+  // member when the schema lists it and sets *e to its entry (*e stays as it
+  // is otherwise); false only when the record cannot take one more member.
+  bool create_member(qel_var *v, qel_hash_entry **e) {
     uint32_t type = 0;
     uint8_t multi = 0;
     if (v->schema == nullptr || qel_var_schema_find(v->schema, scratch_.bytes, scratch_.length, &type, &multi) < 0)
@@ -543,12 +642,12 @@ class reader {
       return false;
     }
     qel_var *made = qel_var_new_x(type, multi, context_, resolver_);
-    qel_hash_entry *e = qel_hash_insert(&v->data.members, scratch_.bytes, scratch_.length, made);
-    if (e == nullptr || e->value != made) {
+    qel_hash_entry *entry = qel_hash_insert(&v->data.members, scratch_.bytes, scratch_.length, made);
+    if (entry == nullptr || entry->value != made) {
       qel_var_free(made);
       return fail(QEL_JSON_ERR_RANGE, "expected a member the record can hold", "too many") == 0;
     }
-    *m = made;
+    *e = entry;
     return true;
   }
 
@@ -561,7 +660,7 @@ class reader {
     if (c == '"') return string(nullptr);
     if (c == 't') return literal("true", 4, "expected a value");
     if (c == 'f') return literal("false", 5, "expected a value");
-    if (c == 'n') return literal("null", 4, "expected a value");
+    if (c == 'n') return !refused_null("expected a value") && literal("null", 4, "expected a value");
     if (c == '[' || c == '{') {
       if (!deeper(depth)) return false;
       ++p_;
@@ -603,9 +702,20 @@ class reader {
   const char *member_ = nullptr;  // raw name of the innermost member being read
   int64_t member_len_ = 0;
   qel_stream scratch_;  // decoded member names and array strings
+  qel_stream named_;    // entry positions (uint32) of the members named by the open objects
+  qel_stream marks_;    // one bit per member entry of the object being checked
+  char found_text_[40];
 };
 
 }  // namespace
+
+extern "C" const char *qel_json_error_cause(const qel_json_error *err) {
+  if (err == nullptr || err->code == QEL_JSON_OK) return "";
+  // The message is "line L, column C: cause"; the cause follows the first ": ".
+  const char *m = err->message;
+  const auto *colon = static_cast<const char *>(std::memchr(m, ':', sizeof err->message));
+  return colon != nullptr && colon + 1 < m + sizeof err->message && colon[1] == ' ' ? colon + 2 : m;
+}
 
 extern "C" int qel_json_read(qel_var *dst, const char *text, int64_t len, void *context, qel_schema_resolver resolver,
                              unsigned flags, qel_json_error *err) {

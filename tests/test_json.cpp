@@ -203,10 +203,15 @@ TEST_F(Json, ReadsIntoTheShapeOfTheDestination) {
 }
 
 TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
+  constexpr unsigned kReq = QEL_JSON_REQUIRE_MEMBERS, kNoNull = QEL_JSON_REJECT_NULL;
+  const char *full = "{\"id\":1,\"score\":2,\"ratio\":3,\"name\":\"n\",\"tags\":[]";  // all but kids
+  const std::string no_kids = std::string(full) + "}", kid_without_y = std::string(full) + ",\"kids\":[{\"x\":1}]}";
   const struct {
     const char *text;
     int code;
     int64_t line, column;
+    unsigned flags = 0;
+    const char *cause = nullptr;
   } cases[] = {
       {"{\"id\": 1.5}", QEL_JSON_ERR_RANGE, 1, 8},
       {"{\"kids\": [{\"x\": -1}]}", QEL_JSON_ERR_RANGE, 1, 17},
@@ -214,14 +219,17 @@ TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
       {"{\"id\": 9223372036854775808}", QEL_JSON_ERR_RANGE, 1, 8},
       {"{\"score\": 1e400}", QEL_JSON_ERR_RANGE, 1, 11},
       {"{\"ratio\": -3.5e38}", QEL_JSON_ERR_RANGE, 1, 11},
-      {"{\n  \"id\": 1,\n  \"name\": 3}", QEL_JSON_ERR_TYPE, 3, 11},
-      {"{\"kids\": [null]}", QEL_JSON_ERR_TYPE, 1, 11},
+      {"{\n  \"id\": 1,\n  \"score\": \"high\"}", QEL_JSON_ERR_TYPE, 3, 12, 0,
+       "expected a number for member \"score\", found a string"},
+      {"{\"kids\": [null]}", QEL_JSON_ERR_TYPE, 1, 11, 0, "expected an object for member \"kids\", found null"},
       {"[]", QEL_JSON_ERR_TYPE, 1, 1},
       {"{\"nope\": 1}", QEL_JSON_ERR_UNKNOWN, 1, 2},
       {"{\"id\": 01}", QEL_JSON_ERR_SYNTAX, 1, 9},
       {"{\"id\": 1,}", QEL_JSON_ERR_SYNTAX, 1, 10},
       {"{\"id\": 1} {}", QEL_JSON_ERR_SYNTAX, 1, 11},
-      {"{\"id\": -}", QEL_JSON_ERR_SYNTAX, 1, 8},
+      {"{\"id\": -}", QEL_JSON_ERR_SYNTAX, 1, 8, 0, "expected an integer for member \"id\", found '-'"},
+      {"{\"name\": nul}", QEL_JSON_ERR_SYNTAX, 1, 10, 0, "expected a string for member \"name\", found 'nul'"},
+      {"not json at all", QEL_JSON_ERR_SYNTAX, 1, 1, 0, "expected an object, found 'not'"},
       {"{\"name\": \"a", QEL_JSON_ERR_SYNTAX, 1, 12},
       {"", QEL_JSON_ERR_SYNTAX, 1, 1},
       {"{\"name\": \"\\ud800x\"}", QEL_JSON_ERR_STRING, 1, 11},
@@ -229,19 +237,36 @@ TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
       {"{\"name\": \"\\x\"}", QEL_JSON_ERR_STRING, 1, 11},
       {"{\"name\": \"\t\"}", QEL_JSON_ERR_STRING, 1, 11},
       {"{\"name\": \"\xc0\xaf\"}", QEL_JSON_ERR_UTF8, 1, 11},
+      // Required members: the first one missing, at the object's closing brace.
+      {no_kids.c_str(), QEL_JSON_ERR_MISSING, 1, 49, kReq, "expected member \"kids\", found the end of the object"},
+      {kid_without_y.c_str(), QEL_JSON_ERR_MISSING, 1, 64, kReq,
+       "expected member \"y\" in member \"kids\", found the end of the object"},
+      {"{\"id\": null}", QEL_JSON_ERR_NULL, 1, 8, kNoNull, "expected an integer for member \"id\", found null"},
+      {"{\"tags\": [\"a\", null]}", QEL_JSON_ERR_NULL, 1, 16, kNoNull},
+      {"{\"zz\": {\"a\": [null]}}", QEL_JSON_ERR_NULL, 1, 15, kNoNull | QEL_JSON_SKIP_UNKNOWN},
   };
   qel_var *r = qel_var_new_x(20, 0, nullptr, resolve);
   ASSERT_EQ(read(r, "{\"id\": 5, \"tags\": [\"t\"], \"kids\": [{\"x\": 3}]}"), 0);
   const std::string before = write(r);
   for (const auto &c : cases) {
-    EXPECT_EQ(read(r, c.text), c.code) << c.text;
+    EXPECT_EQ(read(r, c.text, c.flags), c.code) << c.text;
     EXPECT_EQ(err_.code, c.code) << c.text;
     EXPECT_EQ(err_.line, c.line) << c.text << ": " << err_.message;
     EXPECT_EQ(err_.column, c.column) << c.text << ": " << err_.message;
+    const std::string prefix = "line " + std::to_string(c.line) + ", column " + std::to_string(c.column) + ": ";
+    EXPECT_EQ(err_.message, prefix + qel_json_error_cause(&err_));
+    if (c.cause != nullptr) {
+      EXPECT_STREQ(qel_json_error_cause(&err_), c.cause);
+    }
     EXPECT_EQ(write(r), before) << c.text;
   }
-  EXPECT_EQ(read(r, "{\n  \"id\": 1,\n  \"score\": \"high\"}"), QEL_JSON_ERR_TYPE);
-  EXPECT_STREQ(err_.message, "line 3, column 12: expected a number for member \"score\", found a string");
+  // Both flags pass a text that names every member without a null; without
+  // them a null keeps the value and absent members are no error.
+  EXPECT_EQ(read(r, (std::string(full) + ",\"kids\":[{\"x\":1,\"y\":[]}]}").c_str(), kReq | kNoNull), 0);
+  EXPECT_STREQ(qel_json_error_cause(&err_), "");
+  EXPECT_EQ(read(r, "{\"id\": null, \"kids\": [{}]}"), 0);
+  EXPECT_EQ(qel_var_get_long(member(r, "id"), 0), 1);
+  EXPECT_STREQ(qel_json_error_cause(nullptr), "");
   qel_var_free(r);
 }
 
