@@ -53,13 +53,14 @@ void take_digits(const number_token &t, decimal &d) {
     }
   }
   d.exp10 = t.exponent - t.frac_count + dropped;
+  if (sticky) {  // right after the kept digits, zeros included: D.1 * 10^dropped
+    d.digit[d.count++] = 1;
+    --d.exp10;
+    return;
+  }
   while (d.count > 0 && d.digit[d.count - 1] == 0) {
     --d.count;
     ++d.exp10;
-  }
-  if (sticky) {
-    d.digit[d.count++] = 1;
-    --d.exp10;
   }
 }
 

@@ -139,6 +139,18 @@ TEST_F(Json, NumbersAreShortestAndExact) {
   EXPECT_EQ(qel_var_get_float(f, 0), 1.00000012f);
   EXPECT_EQ(read(d, "-1e-400"), 0);
   EXPECT_EQ(std::bit_cast<uint64_t>(qel_var_get_double(d, 0)), uint64_t{1} << 63);
+  // Beyond 800 significant digits the dropped ones still count, just after
+  // the kept ones (zeros included).
+  const std::string one = "1." + std::string(799, '0') + "1", hundred = "1" + std::string(800, '0') + "1e-799";
+  EXPECT_EQ(read(d, one.c_str()), 0);
+  EXPECT_EQ(qel_var_get_double(d, 0), 1.0);
+  EXPECT_EQ(read(f, one.c_str()), 0);
+  EXPECT_EQ(qel_var_get_float(f, 0), 1.0f);
+  EXPECT_EQ(read(d, hundred.c_str()), 0);
+  EXPECT_EQ(qel_var_get_double(d, 0), 100.0);
+  qel_var *i = qel_var_new(4, 0);
+  EXPECT_EQ(read(i, hundred.c_str()), QEL_JSON_ERR_RANGE);
+  qel_var_free(i);
   qel_var_free(d);
   qel_var_free(f);
 }
@@ -267,6 +279,12 @@ TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
   EXPECT_EQ(read(r, "{\"id\": null, \"kids\": [{}]}"), 0);
   EXPECT_EQ(qel_var_get_long(member(r, "id"), 0), 1);
   EXPECT_STREQ(qel_json_error_cause(nullptr), "");
+  // A string's spare bytes are as they were too.
+  qel_var *name = member(r, "name");
+  qel_var_set_string(name, 0, "twenty bytes of text", -1);
+  qel_var_zero(name);
+  EXPECT_EQ(read(r, "{\"name\": \"secret-token\", \"id\": 1.5}"), QEL_JSON_ERR_RANGE);
+  EXPECT_EQ(std::string(static_cast<const char *>(qel_var_buffer(name)), 20), std::string(20, '\0'));
   qel_var_free(r);
 }
 

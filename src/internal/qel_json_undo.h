@@ -28,13 +28,15 @@ class undo_log {
   void number(qel_var *v) { std::memcpy(&push(v, kind::number).bits, &v->data, sizeof(uint64_t)); }
 
   // Requires a single string variant and n <= its capacity: remembers its
-  // bytes, then rewrites them in place with n bytes at s.
+  // length and every byte the rewrite covers (spare ones past the length
+  // included), then rewrites them in place with n bytes at s.
   void rewrite(qel_var *v, const char *s, int64_t n) {
     qel_stream &st = v->data.stream;
     entry &e = push(v, kind::bytes);
     e.bits = static_cast<uint64_t>(st.length);
     e.at = bytes_.length;
-    if (st.length > 0) qel_stream_append(&bytes_, st.bytes, st.length);
+    e.saved = n > st.length ? n : st.length;
+    if (e.saved > 0) qel_stream_append(&bytes_, st.bytes, e.saved);
     if (n > 0) std::memcpy(st.bytes, s, static_cast<size_t>(n));
     st.length = n;
   }
@@ -70,7 +72,7 @@ class undo_log {
         case kind::bytes: {
           qel_stream &st = e.var->data.stream;
           st.length = static_cast<int64_t>(e.bits);
-          if (st.length > 0) std::memcpy(st.bytes, bytes_.bytes + e.at, static_cast<size_t>(st.length));
+          if (e.saved > 0) std::memcpy(st.bytes, bytes_.bytes + e.at, static_cast<size_t>(e.saved));
           break;
         }
         case kind::storage:
@@ -90,6 +92,7 @@ class undo_log {
     kind k;
     uint64_t bits;  // number: the old bits; bytes: the old length; storage: the caller value
     int64_t at;     // bytes: where the old bytes are in bytes_
+    int64_t saved;  // bytes: how many of them
     decltype(qel_var::data) old;
   };
 
