@@ -2,7 +2,8 @@
 // shape and the reader's flags, the rest is the text.  Every read either fails
 // with a well-formed error and leaves the destination exactly as it was, or
 // succeeds; then what qel writes of the result reads back into a fresh
-// destination of the same shape and writes the very same text again.
+// destination of the same shape and writes the very same text again.  A
+// fresh record reads the text as an array's one element does.
 #include <qel.h>
 #include <qel_json.h>
 
@@ -87,6 +88,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FZ_CHECK(rc2 == QEL_JSON_OK && text_of(again) == after, "qel's own text %s read back with %d (%s)",
              after.substr(0, 200).c_str(), rc2, err.message);
     qel_var_free(again);
+  }
+  if (shape == 0 || shape == 3) {
+    // A fresh record reads a text as the one element of an array reads it
+    // (made afresh there, so read in place: no undo log, no replica).
+    const std::string wrapped = "[" + std::string(text, static_cast<size_t>(len)) + "]";
+    qel_var *array = qel_var_new_x(kShapes[shape].type, 1, nullptr, resolver);
+    const int rc_array =
+        qel_json_read(array, wrapped.data(), static_cast<int64_t>(wrapped.size()), nullptr, resolver, flags, &err);
+    if (rc == QEL_JSON_OK && rc_array != QEL_JSON_ERR_DEPTH)
+      FZ_CHECK(rc_array == QEL_JSON_OK && text_of(array) == "[" + text_of(dst) + "]",
+               "as an element (%d: %s) the text reads otherwise", rc_array, err.message);
+    if (rc_array == QEL_JSON_OK && qel_var_size(array) == 1)
+      FZ_CHECK(rc == QEL_JSON_OK, "read as an element, but not on its own (%d)", rc);
+    qel_var_free(array);
   }
   qel_var_free(dst);
   return 0;

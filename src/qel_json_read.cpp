@@ -4,8 +4,10 @@
 // The text is read straight into the destination, every change recorded in
 // an undo log first, so a failed read is rolled back and changes nothing.  A
 // text that needs a member created from the schema is read instead into a
-// private deep copy, swapped in only when the whole text has been read.  Descent is recursive with small frames and
-// stops at QEL_JSON_MAX_DEPTH open arrays and objects, so no text can exhaust the call stack.
+// private replica of the destination, swapped in only when the whole text has
+// been read.  Descent is recursive with small frames and stops at
+// QEL_JSON_MAX_DEPTH open arrays and objects, so no text can exhaust the call
+// stack.
 #include <qel_json.h>
 
 #include <cstdint>
@@ -15,6 +17,7 @@
 
 #include "internal/qel_convert.h"
 #include "internal/qel_json_number.h"
+#include "internal/qel_json_replica.h"
 #include "internal/qel_json_text.h"
 #include "internal/qel_json_undo.h"
 #include "internal/qel_var_internal.h"
@@ -743,11 +746,9 @@ extern "C" int qel_json_read(qel_var *dst, const char *text, int64_t len, void *
     undo.roll_back();
     if (rc != kNeedsCopy) return rc;
   }
-  // A private deep copy: members created by name keep their own schemas.
-  qel_var *work = qel::var_alloc(dst->type, dst->multi, nullptr);
-  qel::var_init_at(work, nullptr, nullptr, nullptr);
-  qel::var_copy_into(work, dst);
-  work->schema = dst->schema;
+  // A private replica, node for node: the members the read creates are made
+  // as qel_var_new_x makes them, and no others.
+  qel_var *work = qel::json::replica_of(dst);
   int rc = QEL_JSON_OK;
   {
     reader r(text, len, context, resolver, flags, err, nullptr);

@@ -214,6 +214,30 @@ TEST_F(Json, ReadsIntoTheShapeOfTheDestination) {
   qel_var_free(r);
 }
 
+// A read that creates members builds each as qel_var_new_x would (nested
+// records through the resolver) and no member the text does not name.
+TEST_F(Json, CreatedMembersAreBuiltThroughTheResolver) {
+  qel_schema *tree = qel_var_schema_new();  // 10: name:7 child:10 next:10
+  qel_var_schema_add(tree, "name", 4, 7, 0);
+  qel_var_schema_add(tree, "child", 5, 10, 0);
+  qel_var_schema_add(tree, "next", 4, 10, 0);
+  auto trees = [](void *t, uint32_t) { return static_cast<qel_schema *>(t); };
+  auto read_tree = [&](qel_var *v, const char *text) { return qel_json_read(v, text, -1, tree, trees, 0, &err_); };
+  qel_var *r = qel_var_new_x(10, 0, tree, trees);
+  EXPECT_EQ(read_tree(r, "{\"name\":\"a\",\"child\":{\"name\":\"b\",\"child\":{\"name\":\"c\"}}}"), 0) << err_.message;
+  EXPECT_EQ(write(member(r, "child")), "{\"name\":\"b\",\"child\":{\"name\":\"c\",\"child\":{},\"next\":{}}}");
+  qel_var_free(r);
+  r = qel_var_new_x(10, 0, tree, trees);
+  EXPECT_EQ(read_tree(r, "{\"child\":{\"name\":\"b\"}}"), 0);
+  EXPECT_EQ(write(r), "{\"name\":\"\",\"child\":{\"name\":\"b\"},\"next\":{}}");
+  // Members a shrink freed stay freed when the text does not name them.
+  qel_var_shrink(member(r, "child"), 0);
+  EXPECT_EQ(read_tree(r, "{\"child\":{},\"next\":{\"name\":\"n\"}}"), 0);
+  EXPECT_EQ(write(r), "{\"name\":\"\",\"child\":{},\"next\":{\"name\":\"n\"}}");
+  qel_var_free(r);
+  qel_var_schema_free(tree);
+}
+
 TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
   constexpr unsigned kReq = QEL_JSON_REQUIRE_MEMBERS, kNoNull = QEL_JSON_REJECT_NULL;
   const char *full = "{\"id\":1,\"score\":2,\"ratio\":3,\"name\":\"n\",\"tags\":[]";  // all but kids
