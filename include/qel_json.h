@@ -11,7 +11,11 @@
  *   codes 1, 2, 3, 9   unsigned integer 0 .. 4294967295
  *   code 4             signed integer
  *   codes 5, 6         number: the shortest text that reads back to the same
- *                      float or double (a float as a float: 0.1f is 0.1)
+ *                      float or double (a float as a float: 0.1f is 0.1),
+ *                      never a plain integer: a whole number gets ".0"
+ *                      (-5.0, 0.0) below 10^18 and an exponent above (1e21),
+ *                      so readers that tell integers from floats (Python's
+ *                      json) read a float
  *   codes 7, 8         string (bytes must be UTF-8; JSON's escapes)
  *   single record      object, members in the record's member order
  *   multi form         array of the above (a record array: of objects)

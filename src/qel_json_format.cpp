@@ -128,8 +128,10 @@ int shortest_digits(uint64_t f, int e, int p, int min_e, char *digits, int *poin
 
 // Requires 1 <= n digits with no leading zero; writes the number in the
 // positional form for points -5 .. 21 and in exponent form otherwise, except
-// that a whole number takes the plain integer form only below 10^18: readers
-// that keep such text as a 64-bit integer then still get the exact value.
+// that a whole number takes the positional form only below 10^18 (readers
+// that would keep a longer digit string as a 64-bit integer get no wrong
+// value), with ".0" so that readers telling integers from floats read a
+// float (an exponent form already reads as one).
 int emit(bool negative, const char *digits, int n, int point, char *out) {
   char *o = out;
   if (negative) *o++ = '-';
@@ -137,6 +139,8 @@ int emit(bool negative, const char *digits, int n, int point, char *out) {
     std::memcpy(o, digits, static_cast<size_t>(n));
     o += n;
     for (int i = n; i < point; ++i) *o++ = '0';
+    *o++ = '.';
+    *o++ = '0';
   } else if (0 < point && point <= 21 && n > point) {
     std::memcpy(o, digits, static_cast<size_t>(point));
     o += point;
@@ -205,8 +209,8 @@ int format_double(double d, char *out) {
   const int biased = static_cast<int>((bits >> 52) & 0x7FF);
   uint64_t f = bits & ((uint64_t{1} << 52) - 1);
   if (biased == 0 && f == 0) {
-    std::memcpy(out, negative ? "-0" : "0", negative ? 2 : 1);
-    return negative ? 2 : 1;
+    std::memcpy(out, negative ? "-0.0" : "0.0", negative ? 4 : 3);
+    return negative ? 4 : 3;
   }
   int e = -1074;
   if (biased != 0) {
@@ -222,8 +226,8 @@ int format_float(float x, char *out) {
   const int biased = static_cast<int>((bits >> 23) & 0xFF);
   uint64_t f = bits & ((1u << 23) - 1);
   if (biased == 0 && f == 0) {
-    std::memcpy(out, negative ? "-0" : "0", negative ? 2 : 1);
-    return negative ? 2 : 1;
+    std::memcpy(out, negative ? "-0.0" : "0.0", negative ? 4 : 3);
+    return negative ? 4 : 3;
   }
   int e = -149;
   if (biased != 0) {

@@ -11,6 +11,9 @@ lines = subprocess.run([prog, "write"], check=True, capture_output=True, text=Tr
 texts, bad = lines[0::2], 0
 for text, values in zip(texts, lines[1::2]):
     obj, want = json.loads(text), json.loads(values)
+    if not all(isinstance(x, float) for x in [obj["score"], obj["ratio"]] + obj["vals"]):
+        bad += 1
+        print("python reads an integer where qel wrote a double or a float:", text)
     got = {"score": struct.pack(">d", obj["score"]).hex(), "ratio": struct.pack(">f", obj["ratio"]).hex(),
            "id": str(obj["id"]), "count": str(obj["count"]), "name": obj["name"].encode("utf-8").hex()}
     if got != want:
