@@ -5,9 +5,10 @@
 // an undo log first, so a failed read is rolled back and changes nothing.  A
 // text that needs a member created from the schema is read instead into a
 // private replica of the destination, swapped in only when the whole text has
-// been read.  Descent is recursive with small frames and stops at
-// QEL_JSON_MAX_DEPTH open arrays and objects, so no text can exhaust the call
-// stack.
+// been read.  Descent is recursive and stops at QEL_JSON_MAX_DEPTH open
+// arrays and objects, so no text can exhaust the call stack; the error paths
+// and leaf steps stay out of the recursive frames (noinline), which keeps
+// the deepest text within about 128 KiB of stack in an optimised build.
 #include <qel_json.h>
 
 #include <cstdint>
@@ -143,7 +144,8 @@ class reader {
 
   // Requires nothing; records the error at p_ (with the member being read,
   // when there is one, after `relation`) and returns its code.
-  int fail(int code, const char *what, const char *found_text = nullptr, const char *relation = "for") {
+  [[gnu::noinline, gnu::cold]] int fail(int code, const char *what, const char *found_text = nullptr,
+                                        const char *relation = "for") {
     if (code_ != QEL_JSON_OK) return code_;
     code_ = code;
     if (err_ == nullptr) return code;
@@ -404,7 +406,7 @@ class reader {
 
   // Requires a number code and p_ at the value: its stored bits, in *b32
   // for the 32-bit class and in *b64 for the 64-bit class.
-  bool scalar(uint32_t type, uint32_t *b32, uint64_t *b64) {
+  [[gnu::noinline]] bool scalar(uint32_t type, uint32_t *b32, uint64_t *b64) {
     const char *expected = expected_of(type, 0);
     const char *start = p_;
     number_token t;
@@ -567,7 +569,7 @@ class reader {
   // Requires a single record whose object was just read (p_ after its '}'),
   // the positions of the members it named at named_ from `from` on: fails
   // at the '}' when the schema lists a member the object did not name.
-  bool all_named(qel_var *v, int64_t from) {
+  [[gnu::noinline]] bool all_named(qel_var *v, int64_t from) {
     const qel_hash *members = &v->data.members;
     const int64_t bytes = (static_cast<int64_t>(members->priv_count) + 7) / 8;
     qel_stream_shrink(&marks_, 0);
@@ -595,6 +597,14 @@ class reader {
     return true;
   }
 
+  // Requires the raw member name at name_at (its quote): fails there.
+  [[gnu::noinline, gnu::cold]] bool fail_unknown(const char *name_at, int64_t raw_len) {
+    p_ = name_at;
+    char text[64];
+    std::snprintf(text, sizeof text, "\"%.*s\"", static_cast<int>(raw_len > 40 ? 40 : raw_len), name_at + 1);
+    return fail(QEL_JSON_ERR_UNKNOWN, "expected a member of the record", text) == 0;
+  }
+
   // Requires a single record and p_ at a member: reads "name": value.
   bool member(qel_var *v, int depth) {
     if (p_ >= end_ || *p_ != '"') return fail(QEL_JSON_ERR_SYNTAX, "expected a member name") == 0;
@@ -609,12 +619,7 @@ class reader {
     qel_hash_entry *e = qel_detail::hash_find(&v->data.members, scratch_.bytes, scratch_.length);
     if ((e == nullptr || e->value == nullptr) && !create_member(v, &e)) return false;
     if (e == nullptr || e->value == nullptr) {
-      if ((flags_ & QEL_JSON_SKIP_UNKNOWN) == 0) {
-        p_ = name_at;
-        char text[64];
-        std::snprintf(text, sizeof text, "\"%.*s\"", static_cast<int>(raw_len > 40 ? 40 : raw_len), raw);
-        return fail(QEL_JSON_ERR_UNKNOWN, "expected a member of the record", text) == 0;
-      }
+      if ((flags_ & QEL_JSON_SKIP_UNKNOWN) == 0) return fail_unknown(name_at, raw_len);
       return skip(depth);
     }
     auto *m = static_cast<qel_var *>(e->value);
@@ -635,7 +640,7 @@ class reader {
   // Requires a single record and the member name in scratch_: creates the
   // member when the schema lists it and sets *e to its entry (*e stays as it
   // is otherwise); false only when the record cannot take one more member.
-  bool create_member(qel_var *v, qel_hash_entry **e) {
+  [[gnu::noinline]] bool create_member(qel_var *v, qel_hash_entry **e) {
     uint32_t type = 0;
     uint8_t multi = 0;
     if (v->schema == nullptr || qel_var_schema_find(v->schema, scratch_.bytes, scratch_.length, &type, &multi) < 0)

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <qel_json.h>
 
+#include <pthread.h>
+
 #include <bit>
 #include <clocale>
 #include <cstdlib>
@@ -10,6 +12,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -311,6 +314,44 @@ TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
   EXPECT_EQ(read(r, "{\"name\": \"secret-token\", \"id\": 1.5}"), QEL_JSON_ERR_RANGE);
   EXPECT_EQ(std::string(static_cast<const char *>(qel_var_buffer(name)), 20), std::string(20, '\0'));
   qel_var_free(r);
+}
+
+// Writing walks any depth without recursion: a record nested 10^6 deep is
+// written on a thread with a 256 KiB stack.
+TEST_F(Json, DeepNestingIsWrittenOnASmallStack) {
+  constexpr int64_t kLevels = 1000000;
+  qel_var *leaf = qel_var_new(12, 0);
+  std::vector<qel_var *> chain{qel_var_new(12, 0)};
+  for (int64_t i = 1; i < kLevels; ++i) {
+    qel_var_set_val(chain.back(), "c", 1, leaf);
+    chain.push_back(qel_var_get_val(chain.back(), "c", 1));
+  }
+  struct job {
+    qel_var *root;
+    int rc = -1;
+    int64_t length = 0;
+  } work{chain[0]};
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  pthread_attr_setstacksize(&attr, 256 * 1024);
+  pthread_t thread;
+  auto run = [](void *arg) -> void * {
+    auto *w = static_cast<job *>(arg);
+    qel_stream out;
+    qel_stream_init(&out);
+    w->rc = qel_json_write(w->root, &out, 0);
+    w->length = out.length;
+    qel_stream_term(&out);
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attr, run, &work), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attr);
+  EXPECT_EQ(work.rc, QEL_JSON_OK);
+  EXPECT_EQ(work.length, (kLevels - 1) * 6 + 2);
+  for (int64_t i = kLevels - 2; i >= 0; --i) qel_var_shrink(chain[static_cast<size_t>(i)], 0);  // bottom up
+  qel_var_free(chain[0]);
+  qel_var_free(leaf);
 }
 
 TEST_F(Json, NumbersIgnoreTheLocale) {
