@@ -1,0 +1,416 @@
+// The Arrow export and import: formats and buffers of every export, the
+// exact conversions and the errors of the import (with the destination
+// unchanged), checks of broken input, caller values and streams.
+#include <gtest/gtest.h>
+#include <qel_arrow.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "arrow_hand.h"
+
+namespace {
+
+qel_schema *g_rec, *g_child;  // 20: id:4 score:6 name:7 tags:7* child:21 kids:21*; 21: x:1 y:6*
+qel_schema *resolve(void *, uint32_t type) { return type == 20 ? g_rec : type == 21 ? g_child : nullptr; }
+qel_var *member(const qel_var *r, const char *n) { return qel_var_get_val(r, n, static_cast<int64_t>(std::strlen(n))); }
+
+template <typename T>
+T value(const ArrowArray &a, int64_t i) {
+  T v;
+  std::memcpy(&v, static_cast<const char *>(a.buffers[1]) + (a.offset + i) * static_cast<int64_t>(sizeof(T)), sizeof v);
+  return v;
+}
+std::string string_at(const ArrowArray &a, int64_t i) {
+  const auto *off = static_cast<const int32_t *>(a.buffers[1]);
+  return std::string(static_cast<const char *>(a.buffers[2]) + off[i], static_cast<size_t>(off[i + 1] - off[i]));
+}
+
+class Arrow : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    g_rec = qel_var_schema_new();
+    g_child = qel_var_schema_new();
+    const struct {
+      const char *n;
+      uint32_t t;
+      uint8_t m;
+    } rec[] = {{"id", 4, 0}, {"score", 6, 0}, {"name", 7, 0}, {"tags", 7, 1}, {"child", 21, 0}, {"kids", 21, 1}};
+    for (const auto &m : rec) qel_var_schema_add(g_rec, m.n, static_cast<int64_t>(std::strlen(m.n)), m.t, m.m);
+    qel_var_schema_add(g_child, "x", 1, 1, 0);
+    qel_var_schema_add(g_child, "y", 1, 6, 1);
+  }
+  static void TearDownTestSuite() {
+    qel_var_schema_free(g_rec);
+    qel_var_schema_free(g_child);
+  }
+  void TearDown() override { qel_arrow_release(); }
+
+  // Exports v (releasing any earlier export) and expects rc.
+  void put(const qel_var *v, unsigned flags = 0, int rc = QEL_ARROW_OK) {
+    qel_arrow_release();
+    ASSERT_EQ(qel_arrow_export_var(v, flags, &s_, &a_, &err_), rc) << err_.message;
+    if (rc != QEL_ARROW_OK) {
+      EXPECT_TRUE(s_.release == nullptr && a_.release == nullptr);
+    }
+  }
+  void qel_arrow_release() {
+    if (s_.release != nullptr) s_.release(&s_);
+    if (a_.release != nullptr) a_.release(&a_);
+  }
+  int take(qel_var *dst, const hand::col &c, unsigned flags = 0) {
+    return qel_arrow_import(dst, &c.s, &c.a, nullptr, resolve, flags, &err_);
+  }
+  // A record of code 20 with every member set from n.
+  static qel_var *filled(int64_t n) {
+    qel_var *r = qel_var_new_x(20, 0, nullptr, resolve);
+    qel_var_set_long(member(r, "id"), 0, n);
+    qel_var_set_double(member(r, "score"), 0, 0.5 * static_cast<double>(n));
+    qel_var_set_string(member(r, "name"), 0, "name", n % 5);
+    for (int64_t i = 0; i < n % 3; ++i) qel_var_add_string(member(r, "tags"), "tag", i);
+    qel_var_set_integer(member(member(r, "child"), "x"), 0, n * 7);
+    qel_var_add_double(member(member(r, "child"), "y"), 1.25);
+    for (int64_t i = 0; i < n % 2; ++i) {
+      qel_var *k = qel_var_new_x(21, 0, nullptr, resolve);
+      qel_var_add_double(member(k, "y"), static_cast<double>(n));
+      qel_var_add_var_x(member(r, "kids"), k);
+      qel_var_free(k);
+    }
+    return r;
+  }
+  static qel_var *records(int64_t n) {
+    qel_var *v = qel_var_new_x(20, 1, nullptr, resolve);
+    for (int64_t i = 0; i < n; ++i) {
+      qel_var *r = filled(i);
+      qel_var_add_var_x(v, r);
+      qel_var_free(r);
+    }
+    return v;
+  }
+
+  ArrowSchema s_{};
+  ArrowArray a_{};
+  qel_arrow_error err_{};
+};
+
+TEST_F(Arrow, ExportsNumbersStringsLightVariantsAndColumnSets) {
+  const struct {
+    uint32_t code;
+    const char *format;
+  } numbers[] = {{1, "I"}, {9, "I"}, {4, "l"}, {5, "f"}, {6, "g"}};
+  for (const auto &n : numbers) {
+    qel_var *v = qel_var_new(n.code, 1);
+    for (int64_t i : {-1, 3, 1000}) qel_var_add_long(v, i);
+    put(v);
+    qel_var_free(v);  // the export holds copies
+    EXPECT_STREQ(s_.format, n.format);
+    ASSERT_EQ(a_.length, 3);
+    EXPECT_EQ(a_.n_buffers, 2);
+    EXPECT_EQ(a_.null_count, 0);
+    const double last = n.code == 5   ? value<float>(a_, 2)
+                        : n.code == 6 ? value<double>(a_, 2)
+                        : n.code == 4 ? static_cast<double>(value<int64_t>(a_, 2) + value<int64_t>(a_, 0) + 1)
+                                      : value<uint32_t>(a_, 2) + value<uint32_t>(a_, 0) / 4294967295.0 - 1;
+    EXPECT_EQ(last, 1000.0) << n.code;
+  }
+  qel_var *text = qel_var_new(8, 1);
+  for (const char *t : {"a", "", "h\xc3\xa9llo"}) qel_var_add_string(text, t, -1);
+  put(text);
+  EXPECT_STREQ(s_.format, "z");
+  EXPECT_EQ(string_at(a_, 0) + "|" + string_at(a_, 1) + "|" + string_at(a_, 2), "a||h\xc3\xa9llo");
+  put(text, QEL_ARROW_UTF8);
+  EXPECT_STREQ(s_.format, "u");
+  qel_var_add_string(text, "\xc3(", -1);
+  put(text, QEL_ARROW_UTF8, QEL_ARROW_ERR_UTF8);
+  EXPECT_EQ(err_.row, 3);
+  put(text);  // without the flag any bytes go
+  EXPECT_EQ(string_at(a_, 3), "\xc3(");
+  qel_var_free(text);
+  qel_var *single = qel_var_new(6, 0);
+  put(single, 0, QEL_ARROW_ERR_SHAPE);
+  qel_var_free(single);
+
+  qel_xvar *x = qel_xvar_new(4, 0);
+  qel_xvar_set_double(x, 0, 2.5);
+  qel_arrow_release();
+  ASSERT_EQ(qel_arrow_export_xvar(x, 0, &s_, &a_, &err_), QEL_ARROW_OK);
+  EXPECT_STREQ(s_.format, "g");
+  EXPECT_EQ(a_.length, 1);
+  EXPECT_EQ(value<double>(a_, 0), 2.5);
+  qel_xvar_free(x);
+  qel_xvars *xs = qel_xvars_new(1, 1);
+  for (int64_t e : {0, 0, 2}) qel_xvars_add_integer(xs, e, 10 + e);
+  qel_xvars_add_integer(xs, 1, 0);  // entries {10, 10}, {0}
+  qel_arrow_release();
+  ASSERT_EQ(qel_arrow_export_xvars(xs, 0, &s_, &a_, &err_), QEL_ARROW_OK);
+  qel_xvars_free(xs);
+  EXPECT_STREQ(s_.format, "+l");
+  EXPECT_STREQ(s_.children[0]->format, "I");
+  ASSERT_EQ(a_.length, 2);
+  const auto *off = static_cast<const int32_t *>(a_.buffers[1]);
+  EXPECT_EQ(std::vector<int32_t>(off, off + 3), (std::vector<int32_t>{0, 2, 3}));
+  EXPECT_EQ(value<uint32_t>(*a_.children[0], 2), 0u);
+  qel_xvars *bad = qel_xvars_new(9, 1);
+  qel_arrow_release();
+  EXPECT_EQ(qel_arrow_export_xvars(bad, 0, &s_, &a_, &err_), QEL_ARROW_ERR_SHAPE);
+  qel_xvars_free(bad);
+}
+
+TEST_F(Arrow, RecordsExportAsStructsAndReadBackEqual) {
+  qel_var *v = records(5);
+  put(v);
+  ASSERT_STREQ(s_.format, "+s");
+  std::string shape;
+  for (int64_t i = 0; i < s_.n_children; ++i)
+    shape += std::string(s_.children[i]->name) + ":" + s_.children[i]->format + " ";
+  EXPECT_EQ(shape, "id:l score:g name:z tags:+l child:+s kids:+l ");
+  EXPECT_STREQ(s_.children[5]->children[0]->children[1]->format, "+l");
+  qel_var *back = qel_var_new_x(20, 1, nullptr, resolve);
+  ASSERT_EQ(qel_arrow_import(back, &s_, &a_, nullptr, resolve, 0, &err_), QEL_ARROW_OK) << err_.message;
+  EXPECT_TRUE(qel_var_equal(back, v));
+  // Without a resolver the rows take the array's schema, and members theirs
+  // from the context (none here: the child's columns are unknown).
+  qel_var *moved = qel_var_new_x(20, 1, g_rec, nullptr);
+  EXPECT_EQ(qel_arrow_import(moved, &s_, &a_, nullptr, nullptr, 0, &err_), QEL_ARROW_ERR_UNKNOWN);
+  EXPECT_STREQ(err_.path, "child.x");
+  ASSERT_EQ(qel_arrow_import(moved, &s_, &a_, nullptr, nullptr, QEL_ARROW_SKIP_UNKNOWN, &err_), QEL_ARROW_OK);
+  EXPECT_EQ(qel_var_get_double(member(qel_var_get_var_x(moved, 4), "score"), 0), 2.0);
+
+  // A record whose members were freed is null in every column of its row.
+  qel_var_shrink(qel_var_get_var_x(v, 2), 0);
+  put(v);
+  EXPECT_EQ(a_.children[0]->null_count, 1);
+  EXPECT_EQ(a_.children[4]->null_count, 1);
+  EXPECT_EQ(static_cast<const uint8_t *>(a_.children[3]->buffers[0])[0] & 0x1F, 0x1B);
+  qel_var *before = records(1);
+  qel_var_copy(back, before);
+  EXPECT_EQ(qel_arrow_import(back, &s_, &a_, nullptr, resolve, 0, &err_), QEL_ARROW_ERR_NULL);
+  EXPECT_EQ(err_.row, 2);
+  EXPECT_STREQ(err_.path, "id");
+  EXPECT_TRUE(qel_var_equal(back, before));
+  ASSERT_EQ(qel_arrow_import(back, &s_, &a_, nullptr, resolve, QEL_ARROW_SKIP_NULLS, &err_), QEL_ARROW_OK);
+  EXPECT_EQ(qel_var_get_long(member(qel_var_get_var_x(back, 2), "id"), 0), 0);
+  EXPECT_EQ(qel_var_get_long(member(qel_var_get_var_x(back, 3), "id"), 0), 3);
+
+  // A member of another form than its schema lists cannot be carried.
+  qel_var_change(member(qel_var_get_var_x(v, 4), "child"), 21, 1);
+  put(v, 0, QEL_ARROW_ERR_SHAPE);
+  EXPECT_EQ(err_.row, 4);
+  EXPECT_STREQ(err_.path, "child");
+  for (qel_var *p : {v, back, moved, before}) qel_var_free(p);
+}
+
+TEST_F(Arrow, CallerValuesTravelAsSiblingColumns) {
+  qel_var *v = records(3);
+  qel_var_set_buf(member(qel_var_get_var_x(v, 1), "id"), 0, 77);
+  qel_var_set_buf(member(qel_var_get_var_x(v, 2), "tags"), 1, 99);
+  put(v, QEL_ARROW_CALLER_VALUES);
+  EXPECT_STREQ(s_.children[1]->name, "id.buf");
+  EXPECT_STREQ(s_.children[7]->name, "tags.buf");
+  EXPECT_STREQ(s_.children[7]->children[0]->format, "L");
+  EXPECT_EQ(value<uint64_t>(*a_.children[1], 1), 77u);
+  qel_var *back = qel_var_new_x(20, 1, nullptr, resolve);
+  EXPECT_EQ(qel_arrow_import(back, &s_, &a_, nullptr, resolve, 0, &err_), QEL_ARROW_ERR_UNKNOWN);
+  ASSERT_EQ(qel_arrow_import(back, &s_, &a_, nullptr, resolve, QEL_ARROW_CALLER_VALUES, &err_), QEL_ARROW_OK);
+  EXPECT_EQ(qel_var_get_buf(member(qel_var_get_var_x(back, 1), "id"), 0), 77u);
+  EXPECT_EQ(qel_var_get_buf(member(qel_var_get_var_x(back, 2), "tags"), 1), 99u);
+  qel_var *nums = qel_var_new(4, 1);
+  qel_var_add_long(nums, 5);
+  qel_var_set_buf(nums, 0, 123);
+  put(nums, QEL_ARROW_CALLER_VALUES);
+  EXPECT_STREQ(s_.children[1]->name, "value.buf");
+  qel_var *nums_back = qel_var_new(4, 1);
+  ASSERT_EQ(qel_arrow_import(nums_back, &s_, &a_, nullptr, nullptr, QEL_ARROW_CALLER_VALUES, &err_), QEL_ARROW_OK);
+  EXPECT_EQ(qel_var_get_buf(nums_back, 0), 123u);
+  EXPECT_TRUE(qel_var_equal(nums_back, nums));
+  for (qel_var *p : {v, back, nums, nums_back}) qel_var_free(p);
+}
+
+TEST_F(Arrow, ImportTakesExactValuesAndLeavesTheDestinationOnError) {
+  qel_var *u = qel_var_new(1, 1);
+  qel_var_add_integer(u, 42);
+  qel_var *keep = qel_var_new(1, 1);
+  qel_var_add_integer(keep, 42);
+  EXPECT_EQ(take(u, *hand::numbers<int8_t>("c", {3, -1})), QEL_ARROW_ERR_RANGE);
+  EXPECT_EQ(err_.row, 1);
+  EXPECT_TRUE(qel_var_equal(u, keep));
+  ASSERT_EQ(take(u, *hand::numbers<uint64_t>("L", {4294967295u, 5})), QEL_ARROW_OK);
+  EXPECT_EQ(qel_var_get_integer(u, 0), 4294967295);
+  EXPECT_EQ(take(u, *hand::numbers<uint64_t>("L", {4294967296u})), QEL_ARROW_ERR_RANGE);
+  auto flags = hand::numbers<uint8_t>("b", {0x05});
+  flags->a.length = 3;
+  ASSERT_EQ(take(u, *flags), QEL_ARROW_OK);
+  EXPECT_EQ(qel_var_get_integer(u, 1), 0);
+  EXPECT_EQ(qel_var_get_integer(u, 2), 1);
+  EXPECT_EQ(take(u, *hand::strings("u", {"x"})), QEL_ARROW_ERR_TYPE);
+
+  qel_var *l = qel_var_new(4, 1);
+  EXPECT_EQ(take(l, *hand::numbers<uint64_t>("L", {uint64_t{1} << 63})), QEL_ARROW_ERR_RANGE);
+  EXPECT_EQ(take(l, *hand::numbers<double>("g", {0.5})), QEL_ARROW_ERR_RANGE);
+  ASSERT_EQ(take(l, *hand::numbers<double>("g", {-2.0, -9223372036854775808.0})), QEL_ARROW_OK);
+  EXPECT_EQ(qel_var_get_long(l, 1), INT64_MIN);
+  auto ints = hand::numbers<int32_t>("i", {1, 2, 3});
+  ints->nulls({1});
+  EXPECT_EQ(take(l, *ints), QEL_ARROW_ERR_NULL);
+  EXPECT_EQ(err_.row, 1);
+  ASSERT_EQ(take(l, *ints, QEL_ARROW_SKIP_NULLS), QEL_ARROW_OK);
+  EXPECT_EQ(qel_var_get_long(l, 1) * 10 + qel_var_get_long(l, 2), 3);
+  ints->a.offset = 1;
+  ints->a.length = 2;
+  ASSERT_EQ(take(l, *ints, QEL_ARROW_SKIP_NULLS), QEL_ARROW_OK);
+  EXPECT_EQ(qel_var_size(l), 2);
+  EXPECT_EQ(qel_var_get_long(l, 1), 3);
+
+  qel_var *f = qel_var_new(5, 1);
+  EXPECT_EQ(take(f, *hand::numbers<double>("g", {0.1})), QEL_ARROW_ERR_RANGE);
+  ASSERT_EQ(take(f, *hand::numbers<double>("g", {0.1, NAN}), QEL_ARROW_ROUND_FLOATS), QEL_ARROW_OK);
+  EXPECT_EQ(qel_var_get_float(f, 0), 0.1f);
+  EXPECT_TRUE(std::isnan(qel_var_get_float(f, 1)));
+  EXPECT_EQ(take(f, *hand::numbers<double>("g", {1e300}), QEL_ARROW_ROUND_FLOATS), QEL_ARROW_ERR_RANGE);
+  EXPECT_EQ(take(f, *hand::numbers<int32_t>("i", {16777217})), QEL_ARROW_ERR_RANGE);
+  ASSERT_EQ(take(f, *hand::numbers<int32_t>("i", {16777216})), QEL_ARROW_OK);
+  qel_var *d = qel_var_new(6, 1);
+  EXPECT_EQ(take(d, *hand::numbers<int64_t>("l", {(int64_t{1} << 53) + 1})), QEL_ARROW_ERR_RANGE);
+  EXPECT_EQ(take(d, *hand::numbers<uint64_t>("L", {UINT64_MAX})), QEL_ARROW_ERR_RANGE);
+  ASSERT_EQ(take(d, *hand::numbers<float>("f", {0.1f})), QEL_ARROW_OK);
+  EXPECT_EQ(qel_var_get_double(d, 0), static_cast<double>(0.1f));
+
+  // Dictionary-encoded strings, and views inline and in a data buffer.
+  qel_var *s = qel_var_new(7, 1);
+  auto enums = hand::numbers<int8_t>("c", {1, 0, 1});
+  enums->dict = hand::strings("u", {"low", "high"});
+  enums->wire(3);
+  ASSERT_EQ(take(s, *enums), QEL_ARROW_OK);
+  const char *p = nullptr;
+  int64_t n = 0;
+  qel_var_get_string(s, 2, &p, &n);
+  EXPECT_EQ(std::string(p, static_cast<size_t>(n)), "high");
+  enums->bytes[1][1] = 2;
+  enums->wire(3);
+  EXPECT_EQ(take(s, *enums), QEL_ARROW_ERR_INVALID);
+  EXPECT_EQ(err_.row, 1);
+  EXPECT_EQ(qel_var_size(s), 3);
+  hand::col views;
+  views.format = "vu";
+  const std::string long_text = "a string longer than twelve bytes";
+  int32_t view[8] = {3, 0, 0, 0, static_cast<int32_t>(long_text.size()), 0, 0, 0};
+  std::memcpy(&view[1], "abc", 3);
+  std::memcpy(&view[5], long_text.data(), 4);
+  view[7] = 0;  // buffer 0, offset 0
+  const int64_t sizes[] = {static_cast<int64_t>(long_text.size())};
+  views.bytes = {{},
+                 hand::raw(std::vector<int32_t>(view, view + 8)),
+                 std::vector<uint8_t>(long_text.begin(), long_text.end()),
+                 hand::raw(std::vector<int64_t>(sizes, sizes + 1))};
+  views.wire(2);
+  ASSERT_EQ(take(s, views), QEL_ARROW_OK) << err_.message;
+  qel_var_get_string(s, 1, &p, &n);
+  EXPECT_EQ(std::string(p, static_cast<size_t>(n)), long_text);
+  view[7] = 1;  // past the data
+  views.bytes[1] = hand::raw(std::vector<int32_t>(view, view + 8));
+  views.wire(2);
+  EXPECT_EQ(take(s, views), QEL_ARROW_ERR_INVALID);
+  for (qel_var *q : {u, keep, l, f, d, s}) qel_var_free(q);
+}
+
+TEST_F(Arrow, ImportChecksStructureBeforeReading) {
+  qel_var *dst = records(2);
+  qel_var *keep = records(2);
+  auto tags = [] { return hand::list(hand::strings("z", {"a", "b", "c"}), {0, 2, 3}, "tags"); };
+  std::vector<std::unique_ptr<hand::col>> kids;
+  kids.push_back(hand::numbers<int16_t>("s", {7, 8}, "id"));
+  kids.push_back(tags());
+  auto ok = hand::record(std::move(kids), 2);
+  ASSERT_EQ(take(dst, *ok), QEL_ARROW_OK) << err_.message;
+  EXPECT_EQ(qel_var_size(member(qel_var_get_var_x(dst, 0), "tags")), 2);
+  EXPECT_EQ(qel_var_get_long(member(qel_var_get_var_x(dst, 1), "id"), 0), 8);
+  qel_var_copy(dst, keep);
+
+  auto broken = [&](void (*spoil)(hand::col &), int code) {
+    std::vector<std::unique_ptr<hand::col>> k;
+    k.push_back(hand::numbers<int16_t>("s", {7, 8}, "id"));
+    k.push_back(tags());
+    auto c = hand::record(std::move(k), 2);
+    spoil(*c);
+    EXPECT_EQ(take(dst, *c), code) << err_.message;
+    EXPECT_TRUE(qel_var_equal(dst, keep));
+  };
+  broken([](hand::col &c) { c.kids[0]->a.length = 1; }, QEL_ARROW_ERR_INVALID);              // child too short
+  broken([](hand::col &c) { c.kids[1]->bytes[1][4] = 5; }, QEL_ARROW_ERR_INVALID);           // offsets past child
+  broken([](hand::col &c) { c.kids[1]->bytes[1][8] = 1; }, QEL_ARROW_ERR_INVALID);           // offsets falling
+  broken([](hand::col &c) { c.kids[1]->kids[0]->a.n_buffers = 2; }, QEL_ARROW_ERR_INVALID);  // buffer count
+  broken([](hand::col &c) { c.kids[0]->a.release = nullptr; }, QEL_ARROW_ERR_INVALID);       // released
+  broken([](hand::col &c) { c.kids[0]->a.null_count = 1; }, QEL_ARROW_ERR_INVALID);          // nulls, no bitmap
+  broken(
+      [](hand::col &c) {
+        c.kids[0]->format = "e";
+        c.kids[0]->wire(2);
+      },
+      QEL_ARROW_ERR_TYPE);
+  broken(
+      [](hand::col &c) {
+        c.kids[0]->name = "idx";
+        c.kids[0]->wire(2);
+      },
+      QEL_ARROW_ERR_UNKNOWN);
+  broken(
+      [](hand::col &c) {
+        c.kids[1]->kids[0] = hand::numbers<int64_t>("l", {1, 2, 3});
+        c.kids[1]->wire(2);
+      },
+      QEL_ARROW_ERR_TYPE);
+  EXPECT_STREQ(err_.path, "tags");
+  qel_var *single = qel_var_new_x(20, 0, nullptr, resolve);
+  EXPECT_EQ(take(single, *ok), QEL_ARROW_ERR_TYPE);
+  for (qel_var *q : {dst, keep, single}) qel_var_free(q);
+}
+
+int fail_next(ArrowArrayStream *, ArrowArray *) { return 5; }
+const char *why(ArrowArrayStream *) { return "broken source"; }
+
+TEST_F(Arrow, StreamsChunksAndReadsThemBack) {
+  qel_var *v = records(10);
+  ArrowArrayStream st{};
+  ASSERT_EQ(qel_arrow_export_stream(v, 4, 0, &st, &err_), QEL_ARROW_OK);
+  ArrowSchema schema;
+  ASSERT_EQ(st.get_schema(&st, &schema), 0);
+  EXPECT_EQ(schema.n_children, 6);
+  schema.release(&schema);
+  std::vector<int64_t> lengths;
+  ArrowArray chunk;
+  while (st.get_next(&st, &chunk) == 0 && chunk.release != nullptr) {
+    lengths.push_back(chunk.length);
+    chunk.release(&chunk);
+  }
+  EXPECT_EQ(lengths, (std::vector<int64_t>{4, 4, 2}));
+  st.release(&st);
+
+  ASSERT_EQ(qel_arrow_export_stream(v, 3, 0, &st, &err_), QEL_ARROW_OK);
+  qel_var *back = qel_var_new_x(20, 1, nullptr, resolve);
+  ASSERT_EQ(qel_arrow_import_stream(back, &st, nullptr, resolve, 0, &err_), QEL_ARROW_OK) << err_.message;
+  EXPECT_TRUE(qel_var_equal(back, v));
+  st.get_next = fail_next;
+  st.get_last_error = why;
+  qel_var *keep = records(10);
+  EXPECT_EQ(qel_arrow_import_stream(back, &st, nullptr, resolve, 0, &err_), QEL_ARROW_ERR_STREAM);
+  EXPECT_NE(std::strstr(err_.message, "broken source"), nullptr);
+  EXPECT_TRUE(qel_var_equal(back, keep));
+  st.release(&st);
+
+  qel_var *text = qel_var_new(7, 1);
+  qel_var_add_string(text, "ok", 2);
+  ASSERT_EQ(qel_arrow_export_stream(text, 1, QEL_ARROW_UTF8, &st, &err_), QEL_ARROW_OK);
+  qel_var_add_string(text, "\xff", 1);  // changed after the stream was made
+  ASSERT_EQ(st.get_next(&st, &chunk), 0);
+  chunk.release(&chunk);
+  EXPECT_NE(st.get_next(&st, &chunk), 0);
+  EXPECT_NE(std::strstr(st.get_last_error(&st), "UTF-8"), nullptr);
+  st.release(&st);
+  qel_var *single = qel_var_new(7, 0);
+  EXPECT_EQ(qel_arrow_export_stream(single, 1, 0, &st, &err_), QEL_ARROW_ERR_SHAPE);
+  for (qel_var *q : {v, back, keep, text, single}) qel_var_free(q);
+}
+
+}  // namespace
