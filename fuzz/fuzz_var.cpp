@@ -21,7 +21,8 @@
 //    gives the same text (elements of record arrays are made by the reader
 //    through the resolver, so only those matching such an element count);
 //  - sorts are checked for order (floats: when no NaN is held) and contents;
-//    the exact order of ties and NaNs is pinned by the hand-written goldens.
+//    the exact order of ties and NaNs is pinned by the hand-written goldens;
+//    sort_by, stable, is checked against a stable sort of the model.
 #include <qel.h>
 #include <qel_json.h>
 
@@ -618,6 +619,22 @@ int order(uint32_t t, const Slot &x, const Slot &y, bool cmp = false) {
   }
 }
 
+// A coarse key of an entry, so that sort_by meets many ties: the value's
+// bits (a string's length) mixed with the caller value, or a record
+// element's member count.
+uint64_t sort_key(const qel_var *e, bool record) {
+  if (record) return static_cast<uint64_t>(qel_var_member_count(e)) % 3;
+  const uint64_t bits = cls(e->type) == Cls::b32   ? e->data.bits32
+                        : cls(e->type) == Cls::b64 ? e->data.bits64
+                                                   : static_cast<uint64_t>(e->data.stream.length);
+  return (bits ^ qel_var_get_buf(e, 0)) & 3;
+}
+uint64_t sort_key(const Slot &s, Cls c) { return ((c == Cls::bytes ? s.s.size() : s.v) ^ s.buf) & 3; }
+int by_key(const qel_var *a, const qel_var *b, void *record) {
+  const uint64_t x = sort_key(a, record != nullptr), y = sort_key(b, record != nullptr);
+  return (x > y) - (x < y);
+}
+
 void op(Reader &r, Pool &p) {
   const uint8_t code = r.u8() % 32;
   const int slot = static_cast<int>(r.pick(kPool));
@@ -827,7 +844,26 @@ void op(Reader &r, Pool &p) {
       s.erase(0, std::min(s.size(), static_cast<size_t>(std::find_if_not(s.begin(), s.end(), sp) - s.begin())));
       break;
     }
-    case 18: {  // qsort
+    case 18: {  // qsort, or the stable sort_by (C, or C++ with a "before" lambda)
+      MVar &mm = *h.m;
+      if (r.flag() && mm.arr()) {
+        const bool record = mm.c() == Cls::record;
+        void *ctx = record ? &mm : nullptr;
+        if (cpp)
+          qel::var_ref(h.r).sort_by(
+              [&](qel::var_cref a, qel::var_cref b) { return by_key(a.get(), b.get(), ctx) < 0; });
+        else qel_var_sort_by(h.r, by_key, ctx);
+        if (record)
+          std::stable_sort(mm.elems.begin(), mm.elems.end(), [](const auto &a, const auto &b) {
+            return (a->multi == 0 && a->c() == Cls::record ? a->members.size() % 3 : 0) <
+                   (b->multi == 0 && b->c() == Cls::record ? b->members.size() % 3 : 0);
+          });
+        else
+          std::stable_sort(mm.a.slots.begin(), mm.a.slots.begin() + mm.a.count,
+                           [&mm](const Slot &a, const Slot &b) { return sort_key(a, mm.c()) < sort_key(b, mm.c()); });
+        mm.a.sorted = false;
+        break;
+      }
       const int flag = static_cast<int>(r.pick(3));
       qel_var_qsort(h.r, flag);
       MVar &m = *h.m;
@@ -1020,16 +1056,24 @@ void op(Reader &r, Pool &p) {
       return;
     }
     case 26:
-    case 27: {  // add_new, or add_var_x
+    case 27: {  // add_new, add_new_x (members made through the resolver), or add_var_x
       if (!room) return;
       Handle s = pick_other(r, p, h, false);
-      qel_var *got = code == 26 ? qel_var_add_new(h.r) : nullptr;
+      const bool full = code == 26 && r.flag();
+      qel_var *got = code != 26 ? nullptr
+                     : full     ? qel_var_add_new_x(h.r, &g_context_tag, real_resolver)
+                                : qel_var_add_new(h.r);
       if (code == 27) qel_var_add_var_x(h.r, s.r);
       const bool applies = h.m->arr() && h.m->record_code();
       if (code == 26)
         FZ_CHECK(applies ? got == h.r->data.vars.entries[h.r->data.vars.count - 1] : got == nullptr,
                  "add_new on code %u multi %u gave %p", h.m->type, h.m->multi, (void *)got);
       if (!applies) break;
+      Path path;
+      if (full) {
+        h.m->elems.push_back(m_new_x(h.m->type, 0, &g_context_tag, true, path));
+        break;
+      }
       auto e = m_new(h.m->type, 0);
       e->schema = h.m->schema;
       if (code == 27) m_copy(*e, *s.m);

@@ -305,8 +305,9 @@ QEL_API qel_schema *qel_var_schema_new(void);
  */
 QEL_API void qel_var_schema_free(qel_schema *schema);
 
-/* Appends a member: `length` bytes of `name` (not measured: a negative length
- * adds nothing), its type code (only the low 16 bits are kept) and multi byte.
+/* Names are never measured: pass the name's exact length (-1 adds nothing;
+ * the C++ layer passes it for you). Appends a member: `length` bytes of
+ * `name`, its type code (only the low 16 bits are kept) and multi byte.
  * Members keep the order in which they were added; names are not checked for
  * uniqueness. NULL schema: nothing. Changing a schema affects only records
  * built afterwards.
@@ -474,22 +475,26 @@ QEL_API uint64_t qel_var_get_buf(const qel_var *var, int64_t index);
 
 /* ---- full variant: member shortcuts (record codes 10 and up) ---- */
 
-/* Single record of code 10 or above: makes member `name` (len bytes, not
- * measured) a deep copy of `src`, creating it with src's code and form when
- * absent. `src` must not be `var` or inside it; it is copied, never taken
+/* Names are never measured: pass the name's exact length (-1 finds and makes
+ * nothing; the C++ layer passes it for you). Single record of code 10 or
+ * above: makes member `name` (len bytes) a deep copy of `src`, creating it
+ * with src's code and form when absent. `src` must not be `var` or inside it; it is copied, never taken
  * over. Other codes and forms: nothing.
  */
 QEL_API void qel_var_set_val(qel_var *var, const char *name, int64_t len, const qel_var *src);
 
-/* Single record of code 10 or above: member `name` (len bytes, not measured),
- * borrowed and valid until the record is freed, re-formed or shrunk; NULL when
- * absent and for every other code or form (code 0 included). Never free it.
+/* Names are never measured: pass the name's exact length (-1 finds nothing;
+ * the C++ layer passes it for you). Single record of code 10 or above: member
+ * `name` (len bytes), borrowed and valid until the record is freed, re-formed
+ * or shrunk; NULL when absent and for every other code or form (code 0
+ * included). Never free it.
  */
 QEL_API qel_var *qel_var_get_val(const qel_var *var, const char *name, int64_t len);
 
 /* Record array of code 10 or above: appends a new single record of the array's
- * code and schema, with no members yet, and returns it (borrowed: owned by the
- * array). NULL, and nothing added, for anything else.
+ * code and schema, with no members yet (qel_var_add_new_x makes them), and
+ * returns it (borrowed: owned by the array). NULL, and nothing added, for
+ * anything else.
  */
 QEL_API qel_var *qel_var_add_new(qel_var *var);
 
@@ -797,7 +802,8 @@ QEL_API uint64_t qel_xvars_get_buf(const qel_xvars *xs, int64_t entry, int64_t p
 
 /* ========================================================================
  * Additions to the core interface: named type codes, deep equality, the
- * member walk of a record, and the version.  Nothing above depends on them.
+ * member walk of a record, elements built with their members, the sort by a
+ * caller's order, and the version.  Nothing above depends on them.
  * ======================================================================== */
 
 /* Full variant type codes, named for what they hold. Codes 2, 3 and 9 behave
@@ -855,6 +861,34 @@ QEL_API int64_t qel_var_member_count(const qel_var *rec);
  * and 0 for the name.
  */
 QEL_API qel_var *qel_var_member_at(const qel_var *rec, int64_t i, const char **name, int64_t *name_len);
+
+/* Record array of code 10 or above: appends a new element made as
+ * qel_var_new_x(code, 0, context, resolver) would make it, with the members
+ * its schema lists (and theirs, nested), and returns it (borrowed: owned by
+ * the array). qel_var_add_new makes an element without members. NULL, and
+ * nothing added, for anything else. Without a resolver `context` is the
+ * element's schema and every member's.
+ */
+QEL_API qel_var *qel_var_add_new_x(qel_var *var, void *context, qel_schema_resolver resolver);
+
+/* The caller's order of two entries for qel_var_sort_by: greater than 0 when
+ * `a` must come after `b`, else 0 or less (only that test is made).
+ */
+typedef int (*qel_var_compare)(const qel_var *a, const qel_var *b, void *context);
+
+/* Sorts an array of any code stably by the caller's order: an entry moves
+ * before an earlier one only when compare(earlier, later, context) > 0, so
+ * equal entries keep their order; O(n log n) calls, one scratch block of n
+ * entries. compare sees each entry whole as a single variant: for values, a
+ * read-only view of the array's code and schema holding the entry's value
+ * and caller value (read them with qel_var_get_* and qel_var_get_buf at index
+ * 0; the view lives for the call); for a record array, the element itself
+ * (members, own caller value). compare must not change the array. Caller
+ * values move with their entries. The single form, and a NULL compare:
+ * nothing. A record array's slots without an element (a count raised by
+ * hand) go last, unseen by compare.
+ */
+QEL_API void qel_var_sort_by(qel_var *var, qel_var_compare compare, void *context);
 
 /* QEL_VERSION of the library the program runs with (the headers it was
  * compiled with give QEL_VERSION; the two differ after an upgrade of the

@@ -33,9 +33,13 @@
 #ifndef QEL_HPP
 #define QEL_HPP
 
+#if __cplusplus < 202002L
+#error "qel.hpp needs C++20 (e.g. -std=c++20, or link the CMake target qel::qel, which asks for it)"
+#else
 #include <qel/common.hpp>
 #include <qel/schema.hpp>
 #include <qel/var.hpp>
 #include <qel/xvar.hpp>
+#endif
 
 #endif /* QEL_HPP */

@@ -319,6 +319,16 @@ QEL_API qel_var *qel_var_add_new(qel_var *var) {
   return element;
 }
 
+// Requires a variant, and context and resolver as for qel_var_new_x; appends
+// a record made as qel_var_new_x(code, 0, context, resolver) makes it, members
+// and all, to a record array and returns it (borrowed), else NULL.
+QEL_API qel_var *qel_var_add_new_x(qel_var *var, void *context, qel_schema_resolver resolver) {
+  if (!is_record_code(var->type) || var->multi == 0) return nullptr;
+  qel_var *element = qel_var_new_x(var->type, 0, context, resolver);
+  qel_arrays_append(&var->data.vars, element);
+  return element;
+}
+
 // Requires a variant and a src that is not var nor inside it; appends a deep
 // copy of src to a record array.
 QEL_API void qel_var_add_var_x(qel_var *var, const qel_var *src) {

@@ -1,9 +1,9 @@
 # Installs the build into a scratch prefix, then builds and runs a small C
 # program against it as the README says: through pkg-config (found by
 # PKG_CONFIG_PATH, the libraries by an rpath or by LD_LIBRARY_PATH) and
-# through find_package; and a small C++ program through find_package.  The
-# package's version (pkg-config and CMake) must be the project's, VERSION,
-# which the C program checks against its headers and the library.
+# through find_package; and a C and a C++ program through the README's CMake
+# lines.  The package's version (pkg-config and CMake) must be the project's,
+# VERSION, which the C program checks against its headers and the library.
 file(REMOVE_RECURSE ${WORK_DIR})
 set(prefix ${WORK_DIR}/prefix)
 
@@ -43,5 +43,31 @@ run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=$
     -DCMAKE_BUILD_RPATH=${prefix}/lib -DQEL_WANTED=${VERSION})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
 run(${WORK_DIR}/build/consumer ${VERSION})
-run(${WORK_DIR}/build/consumer_cpp)
-message(STATUS "pkg-config and find_package consumers built and ran")
+
+# The README's CMake lines, verbatim, in a C project and in a C++ one (which
+# sets no standard: qel::qel brings C++20).
+file(READ ${SOURCE_DIR}/../../README.md readme)
+string(REGEX MATCH "```cmake\n([^`]*)```" found "${readme}")
+if(NOT found)
+  message(FATAL_ERROR "README.md has no cmake block")
+endif()
+foreach(lang C CXX)
+  set(dir ${WORK_DIR}/readme_${lang})
+  set(snippet "${CMAKE_MATCH_1}")
+  if(lang STREQUAL "C")
+    configure_file(${SOURCE_DIR}/consumer.c ${dir}/app.c COPYONLY)
+  else()
+    string(REPLACE "app.c)" "app.cpp)" snippet "${snippet}")
+    configure_file(${SOURCE_DIR}/consumer.cpp ${dir}/app.cpp COPYONLY)
+  endif()
+  file(WRITE ${dir}/CMakeLists.txt "cmake_minimum_required(VERSION 3.25)\nproject(app LANGUAGES ${lang})\n${snippet}")
+  run(${CMAKE_COMMAND} -S ${dir} -B ${dir}/build -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_C_COMPILER=${C_COMPILER}
+      -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DCMAKE_BUILD_RPATH=${prefix}/lib)
+  run(${CMAKE_COMMAND} --build ${dir}/build)
+  if(lang STREQUAL "C")
+    run(${dir}/build/app ${VERSION})
+  else()
+    run(${dir}/build/app)
+  endif()
+endforeach()
+message(STATUS "pkg-config and find_package consumers, and the README's CMake lines in C and C++, built and ran")

@@ -11,6 +11,7 @@
 #include <limits>
 #include <qel.hpp>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -529,6 +530,7 @@ static_assert(std::is_convertible_v<qel::var &, qel::var_ref> && !std::is_conver
 static_assert(std::is_convertible_v<const qel::var &, qel::var_cref> &&
               !std::is_convertible_v<qel::var, qel::var_cref>);
 static_assert(can_make_with<qel::schema &> && !can_make_with<qel::schema>);
+static_assert(std::is_same_v<decltype(qel::schema().add("a", 4)), qel::schema>);  // a value, not a dying reference
 static_assert(can_change_with<qel::schema &> && !can_change_with<qel::schema>);
 // The two families' codes are distinct types: a double is code 6 in one and 4 in the other.
 static_assert(std::is_constructible_v<qel::var, qel::code> && !std::is_constructible_v<qel::var, qel::xcode>);
@@ -555,7 +557,8 @@ TEST(Cpp, ResolversOfEveryKind) {
     ++calls;
     return s;
   };
-  EXPECT_TRUE(qel::var::make(12, 0, counting)["v"]);
+  const qel::var by_ref = qel::var::make(12, 0, counting);
+  EXPECT_TRUE(by_ref["v"]);
   struct probe {
     int calls = 0;
     qel_schema *operator()(uint32_t) {
@@ -575,7 +578,8 @@ TEST(Cpp, ResolversOfEveryKind) {
   static qel_schema *stored = nullptr;
   stored = s.get();
   qel_schema *(*fn)(uint32_t) = [](uint32_t t) -> qel_schema * { return t == 12 ? stored : nullptr; };
-  EXPECT_TRUE(qel::var::make(12, 0, fn)["v"]);
+  const qel::var by_fn = qel::var::make(12, 0, fn);
+  EXPECT_TRUE(by_fn["v"]);
   qel::var e = qel::var::make(12, qel::form::multi, table);
   EXPECT_EQ(e.add_new().schema().get(), s.get());  // an array keeps the schema for its elements
   int calls = 0;
@@ -584,6 +588,59 @@ TEST(Cpp, ResolversOfEveryKind) {
   v.change(40, 0, [&](uint32_t t) -> qel_schema * { return ++calls, t == 40 ? s.get() : nullptr; });
   EXPECT_EQ(calls, 2);  // the record, then its member
   EXPECT_EQ(v.get_buf(), 0u);
+}
+
+TEST(Cpp, ElementsWithMembersAndCheckedAccess) {
+  qel::schema host, sub, sum;
+  host.add("host", qel::code::bytes).add("sub", 31);
+  sub.add("x", qel::code::f64);
+  sum.add("hosts", 30, qel::form::multi);
+  auto resolve = [&](uint32_t t) { return t == 30 ? &host : t == 31 ? &sub : t == 40 ? &sum : nullptr; };
+  qel::var s = qel::var::make(40, 0, resolve);
+  qel::var_ref e = s["hosts"].add_new();  // members from the array's schema; "sub" has none to take
+  e["host"].set("web-01");
+  EXPECT_EQ(s["hosts"][0]["host"].get<std::string_view>(), "web-01");
+  EXPECT_TRUE(e.find_member("sub") && !e["sub"].find_member("x") && !e.find_member("hots"));
+  EXPECT_EQ(s["hosts"].add_new(resolve).at("sub").at("x").type(), 6u);  // through a resolver, nested too
+  EXPECT_DEATH((void)e.at("hots"), "no member \"hots\"");
+  EXPECT_DEATH((void)s["hosts"].at(2), "no element 2");
+  qel::var plain(30, qel::form::multi);  // no schema: no members, as qel_var_add_new
+  EXPECT_EQ(qel_var_member_count(plain.add_new().get()), 0);
+  EXPECT_EQ(qel_var_member_count(qel_var_add_new(s["hosts"].get())), 0);
+}
+
+TEST(SortBy, RecordsByCountThenNameAndStringsWithCallerValues) {
+  qel::schema s;
+  s.add("count", qel::code::i64).add("name", qel::code::bytes);
+  qel::var hosts = qel::var::make(20, qel::form::multi, s);
+  const std::pair<int, const char *> rows[] = {{2, "b"}, {3, "z"}, {2, "a"}, {3, "c"}, {2, "a"}};
+  for (uint64_t k = 0; k < 5; ++k) {
+    qel::var_ref e = hosts.add_new();
+    e["count"].set(rows[k].first);
+    e["name"].set(rows[k].second);
+    e.set_buf(k);
+  }
+  ASSERT_GT(hosts.get()->data.vars.capacity, 5);
+  hosts.get()->data.vars.count = 6;  // a slot without an element goes last, unseen
+  hosts.sort_by([](qel::var_cref a, qel::var_cref b) {
+    return std::tuple(-a["count"].get<int64_t>(), a["name"].get<std::string_view>()) <=>
+           std::tuple(-b["count"].get<int64_t>(), b["name"].get<std::string_view>());
+  });
+  std::vector<uint64_t> order;
+  for (int64_t k = 0; k < 5; ++k) order.push_back(hosts[k].get_buf());
+  EXPECT_EQ(order, (std::vector<uint64_t>{3, 1, 2, 4, 0}));
+  EXPECT_FALSE(hosts[5]);
+  qel::var words(qel::code::bytes, qel::form::multi);
+  words.add_all({"bb", "a", "ccc", "dd"});
+  for (int64_t k = 0; k < 4; ++k) words.set_buf(k, static_cast<uint64_t>(k));
+  auto longer_first = [](const qel_var *a, const qel_var *b, void *) {  // then the higher caller value
+    const int64_t la = qel_var_buf_len(a), lb = qel_var_buf_len(b);
+    return static_cast<int>(lb > la || (lb == la && qel_var_get_buf(b, 0) > qel_var_get_buf(a, 0)));
+  };
+  qel_var_sort_by(words.get(), longer_first, nullptr);
+  EXPECT_EQ(bufs(words), (std::vector<uint64_t>{2, 3, 0, 1}));
+  qel_var_sort_by(words.get(), nullptr, nullptr);  // no order: nothing
+  EXPECT_EQ(words.get<std::string_view>(0), "ccc");
 }
 
 TEST(Cpp, OrderFollowsTheLibrarysComparison) {

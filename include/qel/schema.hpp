@@ -99,18 +99,35 @@ public:
     [[nodiscard]] qel_schema *release() noexcept { return std::exchange(p_, nullptr); }
     void reset(qel_schema *owned = nullptr) noexcept { qel_var_schema_free(std::exchange(p_, owned)); }
     explicit operator bool() const noexcept { return p_ != nullptr; }
-    operator schema_view() const noexcept { return schema_view(p_); }
+    operator schema_view() const &noexcept { return schema_view(p_); }
+    operator schema_view() const && = delete;
+    /* Members, and their names, only of a named schema: a temporary's would
+     * dangle. */
+    schema_member at(std::int64_t i) const &noexcept { return schema_read_ops::at(i); }
+    void at(std::int64_t) const && = delete;
+    schema_member operator[](std::int64_t i) const &noexcept { return schema_read_ops::at(i); }
+    void operator[](std::int64_t) const && = delete;
+    std::optional<schema_member> find(std::string_view name) const &noexcept { return schema_read_ops::find(name); }
+    void find(std::string_view) const && = delete;
+    detail::index_range<detail::schema_getter> members() const &noexcept { return schema_read_ops::members(); }
+    void members() const && = delete;
+    detail::index_iterator<detail::schema_getter> begin() const &noexcept { return schema_read_ops::begin(); }
+    void begin() const && = delete;
+    detail::index_iterator<detail::schema_getter> end() const &noexcept { return schema_read_ops::end(); }
+    void end() const && = delete;
 
     /* Appends a member; the type code keeps its low 16 bits.  Returns *this
-     * so that members can be chained; a temporary stays one, so that
-     * `qel::schema s = qel::schema().add(...)` moves it and no variant is
+     * so that members can be chained; on a temporary, the schema itself (by
+     * value), so that `qel::schema s = qel::schema().add(...)` moves it and
+     * `const auto &s = qel::schema().add(...)` keeps it alive: no variant is
      * built from a schema freed at the end of the statement. */
     schema &add(std::string_view name, var_type type, std::uint8_t multi = form::single) &noexcept {
         qel_var_schema_add(p_, name.data(), static_cast<std::int64_t>(name.size()), type, multi);
         return *this;
     }
-    schema &&add(std::string_view name, var_type type, std::uint8_t multi = form::single) &&noexcept {
-        return std::move(add(name, type, multi));
+    [[nodiscard]] schema add(std::string_view name, var_type type, std::uint8_t multi = form::single) &&noexcept {
+        add(name, type, multi);
+        return std::move(*this);
     }
     /* Changes member i's type and form (not its name); out of range: nothing. */
     void set_at(std::int64_t i, var_type type, std::uint8_t multi) noexcept {

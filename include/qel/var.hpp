@@ -7,6 +7,9 @@
 
 #include <qel/schema.hpp>
 
+#include <cstdio>
+#include <cstdlib>
+
 namespace qel {
 
 /* ------------------------------------------------------------------------
@@ -82,6 +85,35 @@ private:
     const qel_var *rec_ = nullptr;
 };
 
+/* A checked access that found nothing: says what was missing and stops. */
+[[noreturn]] inline void missing(const char *what, std::string_view name, std::int64_t index) noexcept {
+    if (what[0] == 'm') std::fprintf(stderr, "qel: no member \"%.*s\"\n", static_cast<int>(name.size()), name.data());
+    else std::fprintf(stderr, "qel: no element %lld\n", static_cast<long long>(index));
+    std::abort();
+}
+inline qel_var *checked_member(const qel_var *rec, std::string_view name) noexcept {
+    qel_var *p = qel_var_get_val(rec, name.data(), static_cast<std::int64_t>(name.size()));
+    if (p == nullptr) missing("member", name, 0);
+    return p;
+}
+inline qel_var *checked_element(const qel_var *arr, std::int64_t index) noexcept {
+    qel_var *p = qel_var_get_var_x(arr, index);
+    if (p == nullptr) missing("element", {}, index);
+    return p;
+}
+
+/* The schema of a record array's own elements, as a resolver: that of the
+ * array (the context) for its code, none for any other. */
+inline qel_schema *element_schema(void *array, std::uint32_t type) noexcept {
+    const qel_var *a = static_cast<const qel_var *>(array);
+    return type == a->type ? a->schema : nullptr;
+}
+
+/* The caller's order as qel_var_sort_by wants it: a bool result is "a sorts
+ * before b" (as std::sort's), anything else a three-way result. */
+template <class F>
+int order_trampoline(const qel_var *a, const qel_var *b, void *context) noexcept;
+
 /* Read operations of every full-variant handle (D::get() gives the pointer). */
 template <class D, class CRef>
 class var_read_ops {
@@ -131,6 +163,7 @@ public:
     CRef member(std::string_view name) const noexcept {
         return CRef(qel_var_get_val(c(), name.data(), static_cast<std::int64_t>(name.size())));
     }
+    /* Unchecked, as member(): a null view when the record lacks `name`. */
     CRef operator[](std::string_view name) const noexcept { return member(name); }
     /* Element `index` of a record array (the record itself when single), or
      * a null view.  v['a'] does not compile: a character is not an index. */
@@ -139,6 +172,21 @@ public:
     template <class T>
         requires is_char_v<T>
     void operator[](T) const = delete;
+    /* Checked member access: member `name`, or an empty optional when the
+     * record lacks it (or is no single record of code 10 or above). */
+    std::optional<CRef> find_member(std::string_view name) const noexcept {
+        if (const qel_var *p = qel_var_get_val(c(), name.data(), static_cast<std::int64_t>(name.size())))
+            return CRef(p);
+        return std::nullopt;
+    }
+    /* Member `name` or element `index`, which must exist: when it does not,
+     * the program stops with a message naming it (as a failed check), instead
+     * of going on with a null view. */
+    CRef at(std::string_view name) const noexcept { return CRef(checked_member(c(), name)); }
+    CRef at(std::int64_t index) const noexcept { return CRef(checked_element(c(), index)); }
+    template <class T>
+        requires is_char_v<T>
+    void at(T) const = delete;
     /* Elements of a record array. */
     index_range<element_getter<CRef>> elements() const noexcept {
         return {element_getter<CRef>{c()}, storage_of(qel_var_type(c())) == storage::record ? qel_var_size(c()) : 0};
@@ -173,8 +221,10 @@ class var_ops : public var_read_ops<D, var_cref> {
     using base = var_read_ops<D, var_cref>;
 
 public:
+    using base::at;
     using base::element;
     using base::elements;
+    using base::find_member;
     using base::member;
     using base::members;
     using base::operator[];
@@ -294,6 +344,17 @@ public:
     void shrink(std::int64_t n) noexcept { qel_var_shrink(m(), n); }
     void trim() noexcept { qel_var_trim(m()); }
     void sort(order o = order::ascending) noexcept { qel_var_qsort(m(), static_cast<int>(o)); }
+    /* Sorts an array of any code stably by the caller's order (qel_var_sort_by):
+     * `before(a, b)` gets two entries as var_cref (a value entry as a single
+     * variant holding the value and its caller value, a record element as
+     * itself) and returns a bool, "a sorts before b", or a three-way result
+     * (int or std::*_ordering, greater than 0 when a sorts after b).  It must
+     * not change the array. */
+    template <class F>
+        requires std::invocable<F &, var_cref, var_cref>
+    void sort_by(F &&before) noexcept {
+        qel_var_sort_by(m(), &order_trampoline<std::remove_reference_t<F>>, context_of(before));
+    }
 
     /* --- caller values and raw bytes --- */
 
@@ -311,19 +372,32 @@ public:
     /* --- members and elements (record codes 10 and up) --- */
 
     var_ref member(std::string_view name) noexcept;
+    /* Unchecked: a null view for a name the record lacks (use find_member or
+     * at where a name may be missing). */
     var_ref operator[](std::string_view name) noexcept;
     var_ref element(std::int64_t index) noexcept;
     var_ref operator[](std::int64_t index) noexcept;
     template <class T>
         requires is_char_v<T>
     void operator[](T) = delete;
+    std::optional<var_ref> find_member(std::string_view name) noexcept;
+    var_ref at(std::string_view name) noexcept;
+    var_ref at(std::int64_t index) noexcept;
+    template <class T>
+        requires is_char_v<T>
+    void at(T) = delete;
     index_range<element_getter<var_ref>> elements() noexcept;
     member_range<var_ref> members() noexcept;
     /* Makes member `name` a deep copy of src (creating it if absent). */
     void set_member(std::string_view name, var_cref src) noexcept;
     void set_member(std::string_view name, const var &src) noexcept;
-    /* Appends an empty record element to a record array and returns it. */
+    /* Appends a record element to a record array and returns it, with the
+     * members of the array's schema (qel_var_add_new_x); a nested record of
+     * another code starts without members unless a resolver is given, as
+     * r(type) for var::make, which then also gives the element's schema. */
     var_ref add_new() noexcept;
+    template <resolver R>
+    var_ref add_new(R &&r) noexcept;
     /* Appends a deep copy of src to a record array. */
     void add_copy(var_cref src) noexcept;
     void add_copy(const var &src) noexcept;
@@ -349,6 +423,14 @@ public:
 private:
     const qel_var *p_ = nullptr;
 };
+
+template <class F>
+inline int detail::order_trampoline(const qel_var *a, const qel_var *b, void *context) noexcept {
+    F &f = *static_cast<F *>(context);
+    if constexpr (std::same_as<std::invoke_result_t<F &, var_cref, var_cref>, bool>)
+        return std::invoke(f, var_cref(b), var_cref(a)) ? 1 : 0;
+    else return std::invoke(f, var_cref(a), var_cref(b)) > 0 ? 1 : 0;
+}
 
 /* Borrowed view of a full variant: reads and writes, never frees.  May be
  * null (a member that does not exist).  Copying it copies the pointer. */
@@ -415,7 +497,6 @@ public:
         if (p_ != nullptr) qel_var_free(p_);
     }
 
-    using var_ops::get; /* get<T>(index) beside get() */
     qel_var *get() const noexcept { return p_; }
     [[nodiscard]] qel_var *release() noexcept { return std::exchange(p_, nullptr); }
     void reset(qel_var *owned = nullptr) noexcept {
@@ -450,6 +531,54 @@ public:
     [[nodiscard]] detail::member_range<var_ref> members() &noexcept { return var_ops::members(); }
     [[nodiscard]] detail::member_range<var_cref> members() const &noexcept { return var_ops::members(); }
     void members() const && = delete;
+    /* Numbers may be read from a temporary; its string_view, and views of its
+     * members and elements, would outlive it. */
+    template <detail::readable T>
+    [[nodiscard]] T get(std::int64_t index = 0) const &noexcept {
+        return detail::get_var_value<T>(p_, index);
+    }
+    template <detail::readable T>
+        requires(!std::same_as<T, std::string_view>)
+    [[nodiscard]] T get(std::int64_t index = 0) const &&noexcept { return detail::get_var_value<T>(p_, index); }
+    template <std::same_as<std::string_view> T>
+    void get(std::int64_t index = 0) const && = delete;
+    var_ref member(std::string_view name) &noexcept { return var_ops::member(name); }
+    var_cref member(std::string_view name) const &noexcept { return var_ops::member(name); }
+    void member(std::string_view) const && = delete;
+    var_ref operator[](std::string_view name) &noexcept { return var_ops::member(name); }
+    var_cref operator[](std::string_view name) const &noexcept { return var_ops::member(name); }
+    void operator[](std::string_view) const && = delete;
+    var_ref element(std::int64_t index) &noexcept { return var_ops::element(index); }
+    var_cref element(std::int64_t index) const &noexcept { return var_ops::element(index); }
+    void element(std::int64_t) const && = delete;
+    var_ref operator[](std::int64_t index) &noexcept { return var_ops::element(index); }
+    var_cref operator[](std::int64_t index) const &noexcept { return var_ops::element(index); }
+    void operator[](std::int64_t) const && = delete;
+    template <class T>
+        requires detail::is_char_v<T>
+    void operator[](T) const = delete;
+    std::optional<var_ref> find_member(std::string_view name) &noexcept { return var_ops::find_member(name); }
+    std::optional<var_cref> find_member(std::string_view name) const &noexcept { return var_ops::find_member(name); }
+    void find_member(std::string_view) const && = delete;
+    var_ref at(std::string_view name) &noexcept { return var_ops::at(name); }
+    var_cref at(std::string_view name) const &noexcept { return var_ops::at(name); }
+    void at(std::string_view) const && = delete;
+    var_ref at(std::int64_t index) &noexcept { return var_ops::at(index); }
+    var_cref at(std::int64_t index) const &noexcept { return var_ops::at(index); }
+    void at(std::int64_t) const && = delete;
+    template <class T>
+        requires detail::is_char_v<T>
+    void at(T) const = delete;
+    var_ref add_new() &noexcept { return var_ops::add_new(); }
+    void add_new() && = delete;
+    template <resolver R>
+    var_ref add_new(R &&r) &noexcept {
+        return var_ops::add_new(std::forward<R>(r));
+    }
+    template <resolver R>
+    void add_new(R &&) && = delete;
+    std::span<std::byte> buffer() &noexcept { return var_ops::buffer(); }
+    void buffer() && = delete;
 
 private:
     qel_var *p_ = nullptr;
@@ -520,7 +649,25 @@ inline void var_ops<D>::set_member(std::string_view name, var_cref src) noexcept
 }
 template <class D>
 inline var_ref var_ops<D>::add_new() noexcept {
-    return var_ref(qel_var_add_new(m()));
+    return var_ref(qel_var_add_new_x(m(), m(), &element_schema));
+}
+template <class D>
+inline std::optional<var_ref> var_ops<D>::find_member(std::string_view name) noexcept {
+    if (qel_var *p = qel_var_get_val(m(), name.data(), static_cast<std::int64_t>(name.size()))) return var_ref(p);
+    return std::nullopt;
+}
+template <class D>
+template <resolver R>
+inline var_ref var_ops<D>::add_new(R &&r) noexcept {
+    return var_ref(qel_var_add_new_x(m(), context_of(r), &resolver_trampoline<std::remove_reference_t<R>>));
+}
+template <class D>
+inline var_ref var_ops<D>::at(std::string_view name) noexcept {
+    return var_ref(checked_member(m(), name));
+}
+template <class D>
+inline var_ref var_ops<D>::at(std::int64_t index) noexcept {
+    return var_ref(checked_element(m(), index));
 }
 template <class D>
 inline void var_ops<D>::add_copy(var_cref src) noexcept {

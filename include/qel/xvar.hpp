@@ -87,7 +87,10 @@ public:
      * converted value (inserted if absent), valid until the array next
      * grows; NULL when nothing was done. */
     template <class T>
-    requires detail::value<T> std::uint64_t *add_x(const T &v) noexcept {
+        requires detail::value<T>
+    void add_x(const T &) && = delete;
+    template <class T>
+    requires detail::value<T> std::uint64_t *add_x(const T &v) &noexcept {
         using V = std::remove_cvref_t<T>;
         std::uint64_t *out = nullptr;
         if constexpr (detail::text_value<V>) {
@@ -120,10 +123,16 @@ public:
     template <class T>
         requires detail::value<T>
     void set(const T &v) noexcept { set(0, v); }
+    /* Numbers may be read from a temporary; its string_view would dangle. */
     template <detail::readable T>
-    [[nodiscard]] T get(std::int64_t index = 0) const noexcept {
+    [[nodiscard]] T get(std::int64_t index = 0) const &noexcept {
         return detail::get_xvar_value<T>(p_, index);
     }
+    template <detail::readable T>
+        requires(!std::same_as<T, std::string_view>)
+    [[nodiscard]] T get(std::int64_t index = 0) const &&noexcept { return detail::get_xvar_value<T>(p_, index); }
+    template <std::same_as<std::string_view> T>
+    void get(std::int64_t index = 0) const && = delete;
     /* The elements read as T; only of a named owner (a temporary's range
      * would outlive it). */
     template <detail::readable T>
@@ -232,7 +241,12 @@ public:
         }
     }
     template <detail::readable T>
-    [[nodiscard]] T get(std::int64_t entry, std::int64_t pos = 0) const noexcept;
+    [[nodiscard]] T get(std::int64_t entry, std::int64_t pos = 0) const &noexcept;
+    template <detail::readable T>
+        requires(!std::same_as<T, std::string_view>)
+    [[nodiscard]] T get(std::int64_t entry, std::int64_t pos = 0) const &&noexcept;
+    template <std::same_as<std::string_view> T>
+    void get(std::int64_t entry, std::int64_t pos = 0) const && = delete;
     /* The values of one entry of a multi column set, read as T. */
     template <detail::readable T>
     [[nodiscard]] detail::index_range<detail::xvars_value_getter<T>> values(std::int64_t entry) const &noexcept {
@@ -278,7 +292,12 @@ inline T xvars_value_getter<T>::operator()(std::int64_t pos) const noexcept {
 } // namespace detail
 
 template <detail::readable T>
-inline T xvars::get(std::int64_t entry, std::int64_t pos) const noexcept {
+inline T xvars::get(std::int64_t entry, std::int64_t pos) const &noexcept {
+    return detail::get_xvars_value<T>(p_, entry, pos);
+}
+template <detail::readable T>
+    requires(!std::same_as<T, std::string_view>)
+inline T xvars::get(std::int64_t entry, std::int64_t pos) const &&noexcept {
     return detail::get_xvars_value<T>(p_, entry, pos);
 }
 
