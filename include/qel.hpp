@@ -10,6 +10,11 @@
  *   qel::var_ref, qel::var_cref      borrowed views of a qel_var (members,
  *                                    elements, or any variant you own)
  *   qel::schema_view                 borrowed read-only view of a schema
+ *   qel::stream  owns a qel_stream   (qel_stream_term)
+ *
+ * qel::json::write and qel::json::read give JSON text in and out
+ * (<qel_json.h>); read requires every schema member and refuses null unless
+ * told otherwise.
  *
  * Owners are move-only; `.get()` gives the C pointer (so every C function
  * stays reachable) and `.release()` hands ownership back to the caller.
@@ -22,8 +27,10 @@
  * `v.get<std::string_view>(i)`; other integer types than int64_t receive the
  * 64-bit result converted as by static_cast.
  *
- * Nothing here throws, allocates beyond what the C calls allocate, or adds a
- * symbol to the libraries; it works with -fno-exceptions and -fno-rtti.  The
+ * Nothing here throws, allocates beyond what the C calls allocate (but the
+ * std::string of qel::json::write), or adds a symbol to the libraries; it
+ * works with -fno-exceptions and -fno-rtti; at() of a missing member or
+ * element stops the program with a message instead of throwing.  The
  * C interface's rules hold unchanged: a call on the wrong type code or form
  * does nothing and a read gives a neutral result; a view or string_view
  * handed out stays valid until its holder is next changed or freed; calling
@@ -40,6 +47,8 @@
 #include <qel/schema.hpp>
 #include <qel/var.hpp>
 #include <qel/xvar.hpp>
+#include <qel/stream.hpp>
+#include <qel/json.hpp>
 #endif
 
 #endif /* QEL_HPP */

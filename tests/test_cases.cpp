@@ -643,6 +643,31 @@ TEST(SortBy, RecordsByCountThenNameAndStringsWithCallerValues) {
   EXPECT_EQ(words.get<std::string_view>(0), "ccc");
 }
 
+TEST(Cpp, JsonTextAndStrictReadsThroughAnyResolver) {
+  qel::schema ev;
+  ev.add("host", qel::code::bytes).add("value", qel::code::f64);
+  auto resolve = [&](uint32_t t) { return t == 30 ? &ev : nullptr; };
+  qel::var rows = qel::var::make(30, qel::form::multi, resolve);
+  EXPECT_TRUE(qel::json::read(rows, R"([{"host":"a","value":1.5}])", resolve));
+  EXPECT_EQ(rows[0]["value"].get<double>(), 1.5);
+  const qel::json::text t = qel::json::write(rows);
+  EXPECT_TRUE(t && t.json == R"([{"host":"a","value":1.5}])");
+  const qel::json::result missing = qel::json::read(rows, R"([{"host":"b"}])", resolve);  // strict unless told
+  EXPECT_EQ(missing.code(), QEL_JSON_ERR_MISSING);
+  EXPECT_TRUE(missing.message().ends_with(missing.cause()) && missing.cause().size() < missing.message().size());
+  EXPECT_EQ(qel::json::read(rows, R"([{"host":"b","value":null}])", resolve).code(), QEL_JSON_ERR_NULL);
+  EXPECT_EQ(rows[0]["host"].get<std::string_view>(), "a");  // failed reads changed nothing
+  EXPECT_TRUE(qel::json::read(rows, R"([{"host":"b"}])", ev, 0) && rows[0]["host"].get<std::string_view>() == "b");
+  qel::var d(qel::code::f64);
+  d.set(std::nan(""));
+  EXPECT_TRUE(!qel::json::write(d) && qel::json::write(d).code == QEL_JSON_ERR_NONFINITE);
+  qel::stream s;
+  s.append("x");
+  EXPECT_EQ(qel::json::write(d, s, qel::json::nonfinite_null), QEL_JSON_OK);
+  qel::stream moved = std::move(s);
+  EXPECT_TRUE(s.empty() && moved.view() == "xnull");
+}
+
 TEST(Cpp, OrderFollowsTheLibrarysComparison) {
   qel::var a(qel::code::i64), b(qel::code::i64), d(qel::code::f64), arr(qel::code::i64, qel::form::multi);
   a.set(-1);

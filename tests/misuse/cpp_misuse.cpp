@@ -20,6 +20,9 @@ int main() {
   qel::var rec = qel::var::make(20, qel::form::single, s);
   qel::var_ref id = p["id"], id2 = p.member("id"), e = arr.add_new(), e0 = arr.element(0), e1 = arr[0];
   std::string_view name = s.at(0).name, text = x.get<std::string_view>();
+  const qel::json::result read = qel::json::read(p, "{}");
+  qel::stream out;
+  text = read.cause().empty() ? out.view() : text;
   const int64_t n = make_person(s).get<int64_t>() + p["id"].clone().get<int64_t>() + p.at("id").get<int64_t>();
   const auto &kept = qel::schema().add("id", qel::code::i64);  // a value: the reference keeps it alive
   return static_cast<int>(owner.size() + rec.size() + n + name.size() + text.size() + kept.size() + id.type() +
@@ -56,6 +59,10 @@ int main() {
   [[maybe_unused]] uint64_t *b = qel::xvar(qel::xcode::i64, qel::form::multi).add_x(5);
 #elif MISUSE == 15
   [[maybe_unused]] auto bytes = qel::var(qel::code::bytes).buffer();
+#elif MISUSE == 16
+  [[maybe_unused]] std::string_view cause = qel::json::read(p, "{}").cause();
+#elif MISUSE == 17
+  [[maybe_unused]] std::string_view bytes = qel::stream().view();
 #endif
   return 0;
 }
