@@ -194,7 +194,10 @@ QEL_API int qel_arrow_export_xvars(const qel_xvars *xs, unsigned flags, struct A
  * exports the next rows of `v` as they are at that moment, so `v` must stay
  * alive and unchanged until the stream is released or its last chunk was
  * taken (get_next then gives a released array: the end). Chunks are copies
- * the consumer releases on its own, before or after the stream. A chunk that
+ * the consumer releases on its own, before or after the stream. The schema
+ * get_schema gives is the stream's own, borrowed: valid until the stream is
+ * released, and releasing it only marks it released (so a consumer that
+ * never releases it, as DuckDB's scan, leaks nothing). A chunk that
  * fails (for instance bytes that are not UTF-8) or whose schema differs from
  * the stream's makes get_next return EINVAL, with get_last_error saying why.
  */

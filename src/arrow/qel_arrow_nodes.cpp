@@ -74,11 +74,6 @@ void schema_make(ArrowSchema *s, const char *format, const char *name, int64_t n
   s->private_data = b;
 }
 
-void schema_copy(ArrowSchema *dst, const ArrowSchema *src) {
-  schema_make(dst, src->format, src->name, static_cast<int64_t>(std::strlen(src->name)), src->flags, src->n_children);
-  for (int64_t i = 0; i < src->n_children; ++i) schema_copy(dst->children[i], src->children[i]);
-}
-
 bool schema_same(const ArrowSchema *a, const ArrowSchema *b) {
   if (std::strcmp(a->format, b->format) != 0 || std::strcmp(a->name, b->name) != 0 || a->flags != b->flags ||
       a->n_children != b->n_children)

@@ -18,9 +18,6 @@ namespace qel::arrow {
 void schema_make(ArrowSchema *s, const char *format, const char *name, int64_t name_len, int64_t flags,
                  int64_t n_children);
 
-// Requires a live schema made by schema_make or schema_copy: a deep copy.
-void schema_copy(ArrowSchema *dst, const ArrowSchema *src);
-
 // Requires two live schemas: whether formats, names, flags and children agree.
 bool schema_same(const ArrowSchema *a, const ArrowSchema *b);
 

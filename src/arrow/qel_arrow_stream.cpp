@@ -19,9 +19,15 @@ struct stream_state {
   char last_error[256];
 };
 
+// The schema handed out is the stream's own, borrowed: releasing it only
+// marks it released.  (DuckDB's scan never releases what get_schema gives.)
+void borrowed_release(ArrowSchema *s) { s->release = nullptr; }
+
 int get_schema(ArrowArrayStream *st, ArrowSchema *out) {
   auto *ss = static_cast<stream_state *>(st->private_data);
-  schema_copy(out, &ss->schema);
+  *out = ss->schema;
+  out->release = borrowed_release;
+  out->private_data = nullptr;
   return 0;
 }
 
