@@ -58,6 +58,7 @@ const std::vector<workload> &workloads() {
       {"6.code4.desc", "6 sort 10^6, code 4, desc", "entry", 0, {"std::sort"}, false},
       {"6.code5.asc", "6 sort 10^6, code 5, asc", "entry", 0, {"std::sort"}, false},
       {"6.code5.desc", "6 sort 10^6, code 5, desc", "entry", 0, {"std::sort"}, false},
+      {"6.by", "6 stable sort 10^6 by a caller's order, code 4", "entry", 0, {"std::stable_sort"}, false},
       {"7.bfind", "7 bfind in 10^6 sorted, code 1", "search", 1.1, {"branchless+prefetch"}, false},
       {"8.keyed",
        "8 keyed insert 10^5, code 1",

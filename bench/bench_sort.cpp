@@ -4,7 +4,12 @@
 //   code 6: anchor std::sort (qel's double sort is a quicksort whose steps
 //           are fixed; its implementation is what is measured);
 //   code 7: anchor std::sort of (std::string_view, caller value) pairs;
-//   codes 4 and 5: std::sort, for orientation.
+//   codes 4 and 5: std::sort, for orientation;
+//   6.by: qel_var_sort_by of the code-4 entries by a C function reading each
+//         entry's value through qel_var_get_long, against std::stable_sort of
+//         the same entries (anchor: an inlined by-value comparison; also one
+//         called through a function pointer per comparison, as the C
+//         interface must).
 // Every arm restores the unsorted entries before each sort, outside the
 // timing.  Caller values are the entry positions.
 #include <qel.h>
@@ -174,6 +179,42 @@ void radix(benchmark::State &state, int flag) {
   }
 }
 
+// The caller's order of qel_var_sort_by: ascending by the 64-bit value.
+int by_value(const qel_var *a, const qel_var *b, void *) {
+  const int64_t x = qel_var_get_long(a, 0), y = qel_var_get_long(b, 0);
+  return (x > y) - (x < y);
+}
+
+void qel_sort_by(benchmark::State &state) {
+  const qel_var *input = input_for(4);
+  qel_var *work = qel_var_new(4, 1);
+  for (auto _ : state) {
+    state.PauseTiming();
+    qel_var_copy(work, input);
+    state.ResumeTiming();
+    qel_var_sort_by(work, by_value, nullptr);
+    benchmark::ClobberMemory();
+  }
+  qel_var_free(work);
+}
+
+bool entry_before(const qel_arrayx_entry &a, const qel_arrayx_entry &b) { return a.value < b.value; }
+
+void std_stable_sort(benchmark::State &state, bool through_pointer) {
+  const qel_arrayx &in = input_for(4)->data.arrayx;
+  const std::vector<qel_arrayx_entry> input(in.entries, in.entries + in.count);
+  std::vector<qel_arrayx_entry> work(input.size());
+  bool (*volatile before)(const qel_arrayx_entry &, const qel_arrayx_entry &) = entry_before;
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::copy(input.begin(), input.end(), work.begin());
+    state.ResumeTiming();
+    if (through_pointer) std::stable_sort(work.begin(), work.end(), before);
+    else std::stable_sort(work.begin(), work.end(), entry_before);
+    benchmark::ClobberMemory();
+  }
+}
+
 }  // namespace
 
 void qb::register_sort() {
@@ -197,4 +238,9 @@ void qb::register_sort() {
           [code, asc](benchmark::State &s) { std_sort(s, code, asc); }, kValues);
     }
   }
+  add("6.by", "qel", qel_sort_by, kValues);
+  add(
+      "6.by", "std::stable_sort", [](benchmark::State &s) { std_stable_sort(s, false); }, kValues);
+  add(
+      "6.by", "std::stable_sort, function pointer", [](benchmark::State &s) { std_stable_sort(s, true); }, kValues);
 }
