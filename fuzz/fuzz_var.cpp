@@ -4,8 +4,10 @@
 // documented semantics (records, members, elements, values, caller values,
 // schemas, resolver calls).  Records come from a fixed set of schemas, two of
 // which nest into themselves (directly and through another schema).  The
-// same variant is used as source and destination, and string bytes are taken
-// from a variant's own storage.  Numbers go in and out through the C calls
+// same variant is used as source and destination, copies and appends also
+// run between a variant and one inside it (which must act as an independent
+// copy of the source would), and string bytes are taken from a variant's own
+// storage.  Numbers go in and out through the C calls
 // or the C++ layer at random.
 //
 // Decisions modelled beyond the plain algorithms:
@@ -275,6 +277,17 @@ void m_copy(MVar &dst, const MVar &src) {
   dst.a.count = src.a.count;
   dst.a.sorted = src.a.sorted;
   dst.a.forget_above();
+}
+
+// An exact, independent copy: what a source inside the destination (or
+// holding it) must act like.
+std::unique_ptr<MVar> m_replica(const MVar &m) {
+  auto n = std::make_unique<MVar>();
+  n->type = m.type, n->multi = m.multi, n->schema = m.schema;
+  n->buf = m.buf, n->num = m.num, n->str = m.str, n->a = m.a;
+  for (const auto &[name, v] : m.members) n->members.emplace_back(name, v ? m_replica(*v) : nullptr);
+  for (const auto &e : m.elems) n->elems.push_back(m_replica(*e));
+  return n;
 }
 
 void m_append(MVar &dst, const MVar &src) {
@@ -690,16 +703,16 @@ void op(Reader &r, Pool &p) {
       m_init(*h.m, how == 1 ? static_cast<void *>(&g_context_tag) : g_self.schema.get(), how == 1, path);
       break;
     }
-    case 3: {  // copy
+    case 3: {  // copy, also from inside the destination or from a tree holding it
       if (!room) return;
-      Handle &d = h, s = pick_other(r, p, d, true);
+      Handle &d = h, s = r.flag() ? pick_handle(r, p, d.slot) : pick_other(r, p, d, true);
       cpp ? qel::var_ref(d.r).copy_from(s.r) : qel_var_copy(d.r, s.r);
-      m_copy(*d.m, *s.m);
+      if (d.m != s.m) m_copy(*d.m, *m_replica(*s.m));  // as from an independent copy
       break;
     }
-    case 4: {  // append (to itself only as an array)
+    case 4: {  // append, also within one tree
       if (!room) return;
-      Handle &d = h, s = pick_other(r, p, d, d.m->arr());
+      Handle &d = h, s = r.flag() ? pick_handle(r, p, d.slot) : pick_other(r, p, d, true);
       qel_var_append(d.r, s.r);
       m_append(*d.m, *s.m);
       break;

@@ -359,31 +359,20 @@ void qel_var_init(qel_var *var, void *context, qel_schema_resolver resolver) {
 // Requires initialised storage; releases it, keeping type, multi and schema.
 void qel_var_free_x(qel_var *var) {
   const storage cls = storage_of(var->type);
+  if (cls == storage::record) return qel::record_free_x(var);
   if (var->multi != 0) {
     switch (cls) {
       case storage::bits32: qel_arrayd_term(&var->data.arrayd); return;
       case storage::bits64: qel_arrayx_term(&var->data.arrayx); return;
       case storage::bytes: qel_array_term(&var->data.array); return;
-      case storage::record:
-        qel_arrays_free_all(&var->data.vars, qel_var_term);
-        qel_arrays_term(&var->data.vars);
-        return;
+      case storage::record: return;
     }
   }
   switch (cls) {
     case storage::bits32: var->data.bits32 = 0; break;
     case storage::bits64: var->data.bits64 = 0; break;
     case storage::bytes: qel_stream_term(&var->data.stream); break;
-    case storage::record:
-      if (qel::owns_block(var)) {
-        // The block is the record's own: it stays, its member places marked.
-        qel::members_free(var, true);
-        qel_detail::hash_forget_block(&var->data.members);
-        break;
-      }
-      qel::members_free(var, false);  // their block goes with the hash
-      qel_hash_term(&var->data.members);
-      break;
+    case storage::record: break;
   }
   var->buf = 0;
 }
@@ -422,13 +411,8 @@ void qel_var_change(qel_var *var, uint32_t type, uint8_t multi) {
 // Requires a variant or NULL (which does nothing).
 void qel_var_free(qel_var *var) {
   if (var == nullptr) return;
-  if (var->multi == 0 && storage_of(var->type) == storage::record && qel::owns_block(var)) {
-    // Record, members and hash in one block: freed as one.
-    qel::members_free(var, false);
-    qel_detail::hash_forget_block(&var->data.members);
-  } else {
-    qel_var_free_x(var);
-  }
+  if (storage_of(var->type) == storage::record) return qel::var_free_tree(var);
+  qel_var_free_x(var);
   qel_free(var);
 }
 

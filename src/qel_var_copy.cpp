@@ -3,8 +3,13 @@
 // The public entries first rule out the one hazard of working in place: src
 // and dst overlapping, one being (or lying inside) the other, where releasing
 // or filling dst would free or grow what is still being read.  Such calls work
-// from a private snapshot of src; all others copy straight across.
+// from a private snapshot of src that holds exactly what src holds (its
+// records get no members from their schemas), so they give what copying from
+// an independent source would; all others copy straight across.  The walks
+// keep their place on a work_stack, not on the machine stack, so a tree of
+// any depth is copied in a few frames.
 #include "internal/qel_var_internal.h"
+#include "internal/qel_work_stack.h"
 #include "qel_std_internal.h"
 
 #include <cstdint>
@@ -14,32 +19,46 @@ using qel::storage_of;
 
 namespace {
 
+// Requires a variant: whether it is a record holding members or elements.
+bool has_children(const qel_var *var) {
+  if (storage_of(var->type) != storage::record) return false;
+  return var->multi != 0 ? var->data.vars.count > 0 : var->data.members.priv_count > 0;
+}
+
+// A record being walked and the index of its next member entry or element.
+struct walk_frame {
+  const qel_var *node;
+  int64_t next;
+};
+
+// Requires a frame of a record: its next member or element that is not NULL,
+// or NULL when none is left.
+const qel_var *next_child(walk_frame &f) {
+  if (f.node->multi != 0) {
+    const qel_arrays &elements = f.node->data.vars;
+    while (f.next < elements.count)
+      if (const auto *e = static_cast<const qel_var *>(elements.entries[f.next++])) return e;
+    return nullptr;
+  }
+  const qel_hash &members = f.node->data.members;
+  while (f.next < members.priv_count)
+    if (const auto *m = static_cast<const qel_var *>(members.priv_entries[f.next++].value)) return m;
+  return nullptr;
+}
+
 // Requires a variant: true when needle is a member or element of tree, at
 // any depth (tree itself does not count).
 bool contains(const qel_var *tree, const qel_var *needle) {
-  if (storage_of(tree->type) != storage::record) return false;
-  if (tree->multi != 0) {
-    const qel_arrays &elements = tree->data.vars;
-    for (int64_t i = 0; i < elements.count; ++i) {
-      const auto *e = static_cast<const qel_var *>(elements.entries[i]);
-      if (e == needle || (e != nullptr && contains(e, needle))) return true;
-    }
-    return false;
-  }
-  const qel_hash *members = &tree->data.members;
-  for (uint32_t k = 0; const qel_hash_entry *e = qel_detail::hash_entry_at(members, k); ++k) {
-    const auto *m = static_cast<const qel_var *>(e->value);
-    if (m == needle || (m != nullptr && contains(m, needle))) return true;
+  if (!has_children(tree)) return false;
+  qel::work_stack<walk_frame> stack;
+  stack.push({tree, 0});
+  while (!stack.empty()) {
+    const qel_var *child = next_child(stack.top());
+    if (child == nullptr) stack.pop();
+    else if (child == needle) return true;
+    else if (has_children(child)) stack.push({child, 0});
   }
   return false;
-}
-
-// Requires a variant: a new, independent deep copy of it.
-qel_var *clone_of(const qel_var *src) {
-  qel_var *copy = qel::var_alloc(src->type, src->multi, src->schema);
-  qel::var_init_at(copy, nullptr, nullptr, nullptr);
-  qel::var_copy_into(copy, src);
-  return copy;
 }
 
 // Requires a variant: releases its storage and makes it a fresh variant of
@@ -50,6 +69,15 @@ void reform(qel_var *var, uint32_t type, uint8_t multi, qel_schema *schema) {
   var->multi = multi;
   var->schema = schema;
   qel_var_init(var, nullptr, nullptr);
+}
+
+// Requires type and multi set, data uninitialised: the storage qel_var_init
+// gives, but a single record without the members of its schema.
+void init_bare(qel_var *var) {
+  if (var->multi != 0 || storage_of(var->type) != storage::record)
+    return qel::var_init_at(var, nullptr, nullptr, nullptr);
+  qel_hash_init(&var->data.members, 1, 0);
+  var->buf = 0;
 }
 
 // Requires two member hashes, shape's keys distinct: whether members has the
@@ -67,45 +95,144 @@ bool same_shape(const qel_hash *members, const qel_hash *shape) {
   return true;
 }
 
-// Requires two single records with disjoint trees: copies src's members into
-// dst by name, creating the missing ones; dst's other members stay.
-void hash_clone(const qel_var *src, qel_var *dst) {
-  const qel_hash *members = &src->data.members;
-  qel_hash *into = &dst->data.members;
-  if (into->priv_count == 0 && into->priv_block == nullptr && qel::members_clonable(members)) {
-    // Every member is new to dst: its hash takes src's keys wholesale, and
-    // each member is made in place as it would be on its own, then copied.
-    qel_var *places = qel::members_clone_shape(into, members);
-    for (uint32_t k = 0; k < members->priv_count; ++k) {
-      const auto *from = static_cast<const qel_var *>(members->priv_entries[k].value);
-      qel_var *to = qel::var_at(&places[k], from->type, from->multi, from->schema);
-      qel::var_init_at(to, nullptr, nullptr, nullptr);
-      qel::var_copy_into(to, from);
+// How a record's members or elements are matched with the source's.
+enum class match : uint8_t {
+  elements,   // record arrays: a new element per source element
+  places,     // dst took src's keys wholesale: its members are in the same places
+  positions,  // dst has src's keys in src's order: member k to member k
+  names,      // each source member looked up (or created) in dst by name
+};
+
+// A record whose members or elements are being copied, and the index of the
+// next source entry.
+struct copy_frame {
+  qel_var *dst;
+  const qel_var *src;
+  int64_t next;
+  match how;
+};
+
+// The deep copy, depth first, in the order a recursive copy would take (each
+// member whole before the next), but on a work_stack.  A bare copier makes
+// the records it creates without the members of their schemas, so that its
+// result holds exactly what the source holds.
+class copier {
+ public:
+  explicit copier(bool bare) : bare_(bare) {}
+
+  // Requires two variants whose trees share no node.
+  void run(qel_var *dst, const qel_var *src) {
+    copy_node(dst, src);
+    while (!stack_.empty()) {
+      qel_var *to = nullptr;
+      const qel_var *from = nullptr;
+      if (next_pair(stack_.top(), to, from)) copy_node(to, from);  // may push: the frame is not used after
+      else stack_.pop();
     }
-    return;
   }
-  if (!(members->priv_flags & qel_detail::kHashDuplicates) && same_shape(into, members)) {
-    for (uint32_t k = 0; k < members->priv_count; ++k) {
-      const auto *from = static_cast<const qel_var *>(members->priv_entries[k].value);
-      if (from != nullptr) qel::var_copy_into(static_cast<qel_var *>(into->priv_entries[k].value), from);
-    }
-    return;
+
+ private:
+  // Requires type and multi set, data uninitialised: a member or element made
+  // as the copy makes it.
+  void init(qel_var *var) const {
+    if (bare_) init_bare(var);
+    else qel::var_init_at(var, nullptr, nullptr, nullptr);
   }
-  for (uint32_t k = 0; const qel_hash_entry *e = qel_detail::hash_entry_at(members, k); ++k) {
-    const auto *from = static_cast<const qel_var *>(e->value);
-    if (from == nullptr) continue;
-    const char *name = members->key_pool + e->key_offset;
-    auto *to = static_cast<qel_var *>(qel_detail::hash_get(&dst->data.members, name, e->key_length));
-    if (to == nullptr) {
-      to = qel::var_alloc(from->type, from->multi, from->schema);
-      qel::var_init_at(to, nullptr, nullptr, nullptr);
-      if (qel_hash_insert(&dst->data.members, name, e->key_length, to) == nullptr) {
-        qel_var_free(to);  // the hash is full: this member cannot be kept
-        continue;
+
+  // Requires two variants with disjoint trees: dst takes src's form and value
+  // (re-formed when they differ); its members or elements are left to a frame.
+  void copy_node(qel_var *dst, const qel_var *src) {
+    if (dst->type != src->type || dst->multi != src->multi) reform(dst, src->type, src->multi, src->schema);
+    if (src->multi != 0) {
+      switch (storage_of(src->type)) {
+        case storage::bits32: qel_arrayd_clone(&src->data.arrayd, 0, &dst->data.arrayd, 0, 0); return;
+        case storage::bits64: qel_arrayx_clone(&src->data.arrayx, 0, &dst->data.arrayx, 0, 0); return;
+        case storage::bytes: qel_array_clone(&src->data.array, 0, &dst->data.array, 0, 0); return;
+        case storage::record:
+          qel_arrays_free_all(&dst->data.vars, qel_var_term);
+          if (src->data.vars.count > 0) stack_.push({dst, src, 0, match::elements});
+          return;
       }
     }
-    qel::var_copy_into(to, from);
+    switch (storage_of(src->type)) {
+      case storage::bits32: dst->data.bits32 = src->data.bits32; break;
+      case storage::bits64: dst->data.bits64 = src->data.bits64; break;
+      case storage::bytes: qel_stream_clone(&src->data.stream, &dst->data.stream); break;
+      case storage::record: copy_members(dst, src); break;
+    }
+    dst->buf = src->buf;
   }
+
+  // Requires two single records with disjoint trees: chooses how src's
+  // members meet dst's and leaves the copying to a frame.  dst's members
+  // that src lacks stay.
+  void copy_members(qel_var *dst, const qel_var *src) {
+    const qel_hash *members = &src->data.members;
+    qel_hash *into = &dst->data.members;
+    if (members->priv_count == 0) return;
+    if (into->priv_count == 0 && into->priv_block == nullptr && qel::members_clonable(members)) {
+      // Every member is new to dst: its hash takes src's keys wholesale, and
+      // each member is made in place as it would be on its own.
+      qel_var *places = qel::members_clone_shape(into, members);
+      for (uint32_t k = 0; k < members->priv_count; ++k) {
+        const auto *from = static_cast<const qel_var *>(members->priv_entries[k].value);
+        init(qel::var_at(&places[k], from->type, from->multi, from->schema));
+      }
+      return stack_.push({dst, src, 0, match::places});
+    }
+    const bool positions = !(members->priv_flags & qel_detail::kHashDuplicates) && same_shape(into, members);
+    stack_.push({dst, src, 0, positions ? match::positions : match::names});
+  }
+
+  // Requires a frame: the next (destination, source) pair it holds, creating
+  // the destination member or element when it is missing; false when none
+  // is left.
+  bool next_pair(copy_frame &f, qel_var *&to, const qel_var *&from) {
+    if (f.how == match::elements) {
+      const qel_arrays &elements = f.src->data.vars;
+      while (f.next < elements.count) {
+        from = static_cast<const qel_var *>(elements.entries[f.next++]);
+        if (from == nullptr) continue;
+        to = qel_var_new(from->type, from->multi);
+        to->schema = from->schema;
+        qel_arrays_append(&f.dst->data.vars, to);
+        return true;
+      }
+      return false;
+    }
+    const qel_hash *members = &f.src->data.members;
+    qel_hash *into = &f.dst->data.members;
+    while (f.next < members->priv_count) {
+      const qel_hash_entry &e = members->priv_entries[f.next++];
+      from = static_cast<const qel_var *>(e.value);
+      if (from == nullptr) continue;
+      if (f.how != match::names) {
+        to = static_cast<qel_var *>(into->priv_entries[f.next - 1].value);
+        return true;
+      }
+      const char *name = members->key_pool + e.key_offset;
+      to = static_cast<qel_var *>(qel_detail::hash_get(into, name, e.key_length));
+      if (to != nullptr) return true;
+      to = qel::var_alloc(from->type, from->multi, from->schema);
+      init(to);
+      if (qel_hash_insert(into, name, e.key_length, to) != nullptr) return true;
+      qel_var_free(to);  // the hash is full: this member cannot be kept
+    }
+    return false;
+  }
+
+  bool bare_;
+  qel::work_stack<copy_frame> stack_;
+};
+
+// Requires a variant: a new, independent deep copy of it holding exactly
+// what it holds (its records get no members from their schemas), so that
+// copying from it gives what copying from src gives.
+qel_var *replica_of(const qel_var *src) {
+  qel_var *copy = qel::var_alloc(src->type, src->multi, src->schema);
+  init_bare(copy);
+  copier(true).run(copy, src);
+  return copy;
 }
 
 // Requires a record array dst and a variant e: appends a deep copy of e.
@@ -114,15 +241,6 @@ void add_element_copy(qel_var *dst, const qel_var *e) {
   element->schema = e->schema;
   qel::var_copy_into(element, e);
   qel_arrays_append(&dst->data.vars, element);
-}
-
-// Requires two record arrays with disjoint trees: dst's elements become deep
-// copies of src's.
-void array_clone(const qel_var *src, qel_var *dst) {
-  qel_arrays_free_all(&dst->data.vars, qel_var_term);
-  const qel_arrays &from = src->data.vars;
-  for (int64_t i = 0; i < from.count; ++i)
-    if (from.entries[i] != nullptr) add_element_copy(dst, static_cast<const qel_var *>(from.entries[i]));
 }
 
 // Requires an array dst of src's type code whose tree does not contain src
@@ -164,24 +282,7 @@ void append_values(qel_var *dst, const qel_var *src) {
 }  // namespace
 
 // Requires two variants with disjoint trees.
-void qel::var_copy_into(qel_var *dst, const qel_var *src) {
-  if (dst->type != src->type || dst->multi != src->multi) reform(dst, src->type, src->multi, src->schema);
-  if (src->multi != 0) {
-    switch (storage_of(src->type)) {
-      case storage::bits32: qel_arrayd_clone(&src->data.arrayd, 0, &dst->data.arrayd, 0, 0); return;
-      case storage::bits64: qel_arrayx_clone(&src->data.arrayx, 0, &dst->data.arrayx, 0, 0); return;
-      case storage::bytes: qel_array_clone(&src->data.array, 0, &dst->data.array, 0, 0); return;
-      case storage::record: array_clone(src, dst); return;
-    }
-  }
-  switch (storage_of(src->type)) {
-    case storage::bits32: dst->data.bits32 = src->data.bits32; break;
-    case storage::bits64: dst->data.bits64 = src->data.bits64; break;
-    case storage::bytes: qel_stream_clone(&src->data.stream, &dst->data.stream); break;
-    case storage::record: hash_clone(src, dst); break;
-  }
-  dst->buf = src->buf;
-}
+void qel::var_copy_into(qel_var *dst, const qel_var *src) { copier(false).run(dst, src); }
 
 extern "C" {
 
@@ -190,7 +291,7 @@ extern "C" {
 void qel_var_copy(qel_var *dst, const qel_var *src) {
   if (dst == src) return;
   if (contains(dst, src) || contains(src, dst)) {
-    qel_var *snapshot = clone_of(src);
+    qel_var *snapshot = replica_of(src);
     qel::var_copy_into(dst, snapshot);
     qel_var_free(snapshot);
     return;
@@ -201,18 +302,18 @@ void qel_var_copy(qel_var *dst, const qel_var *src) {
 // Requires two variants (may be the same or nested in one another): dst
 // becomes an array of src's type code ending with src's value or values.
 void qel_var_append(qel_var *dst, const qel_var *src) {
-  if (dst->type != src->type || dst->multi == 0) {
-    // Re-forming releases dst, which may be src or hold it, and changes src
-    // when src holds dst: work from a snapshot then.
-    if (dst == src || contains(dst, src) || contains(src, dst)) {
-      qel_var *snapshot = clone_of(src);
-      reform(dst, snapshot->type, 1, snapshot->schema);
-      append_values(dst, snapshot);
-      qel_var_free(snapshot);
-      return;
-    }
-    reform(dst, src->type, 1, src->schema);
+  const bool reforms = dst->type != src->type || dst->multi == 0;
+  // Re-forming releases dst, which may be src or hold it; and when src holds
+  // dst, dst's growth would show in the copies of src still to be made (and
+  // re-forming dst would change src): work from a snapshot then.
+  if ((reforms && (dst == src || contains(dst, src))) || contains(src, dst)) {
+    qel_var *snapshot = replica_of(src);
+    if (reforms) reform(dst, snapshot->type, 1, snapshot->schema);
+    append_values(dst, snapshot);
+    qel_var_free(snapshot);
+    return;
   }
+  if (reforms) reform(dst, src->type, 1, src->schema);
   append_values(dst, src);
 }
 

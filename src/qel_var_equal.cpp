@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "internal/qel_var_internal.h"
+#include "internal/qel_work_stack.h"
 #include "qel_std_internal.h"
 
 using qel::storage;
@@ -61,34 +62,12 @@ int64_t visible_count(const qel_hash *h) {
   return n;
 }
 
-bool equal(const qel_var *a, const qel_var *b);
-
-// Requires two single records: the same names with members, and under each
-// name equal members, whatever the order.
-bool same_members(const qel_hash *a, const qel_hash *b) {
-  if (visible_count(a) != visible_count(b)) return false;
-  for (uint32_t k = 0; const qel_hash_entry *e = qel_detail::hash_entry_at(a, k); ++k) {
-    const qel_var *mine = visible_member(a, e);
-    if (mine == nullptr) continue;
-    const auto *theirs =
-        static_cast<const qel_var *>(qel_detail::hash_get(b, a->key_pool + e->key_offset, e->key_length));
-    if (theirs == nullptr || !equal(mine, theirs)) return false;
-  }
-  return true;
-}
-
-// Requires two record arrays: equal elements, position by position.
-bool same_elements(const qel_arrays &a, const qel_arrays &b) {
-  if (a.count != b.count) return false;
-  for (int64_t i = 0; i < a.count; ++i)
-    if (!equal(static_cast<const qel_var *>(a.entries[i]), static_cast<const qel_var *>(b.entries[i]))) return false;
-  return true;
-}
-
-// Requires two variants: qel_var_equal's answer.
-bool equal(const qel_var *a, const qel_var *b) {
+// Requires two variants or NULLs: whether they agree in everything but their
+// members and elements; walk tells whether those remain to be compared.
+bool same_node(const qel_var *a, const qel_var *b, bool &walk) {
+  walk = false;
   if (a == b) return true;
-  if (a->type != b->type || a->multi != b->multi) return false;
+  if (a == nullptr || b == nullptr || a->type != b->type || a->multi != b->multi) return false;
   const storage cls = storage_of(a->type);
   if (a->multi == 0) {
     switch (cls) {
@@ -100,16 +79,70 @@ bool equal(const qel_var *a, const qel_var *b) {
         return x.length == y.length &&
                (x.length == 0 || std::memcmp(x.bytes, y.bytes, static_cast<size_t>(x.length)) == 0);
       }
-      case storage::record: return same_members(&a->data.members, &b->data.members);
+      case storage::record:
+        walk = a->data.members.priv_count > 0;
+        return visible_count(&a->data.members) == visible_count(&b->data.members);
     }
   }
   switch (cls) {
     case storage::bits32: return same_values(a->data.arrayd, b->data.arrayd);
     case storage::bits64: return same_values(a->data.arrayx, b->data.arrayx);
     case storage::bytes: return same_strings(a->data.array, b->data.array);
-    case storage::record: return same_elements(a->data.vars, b->data.vars);
+    case storage::record: walk = a->data.vars.count > 0; return a->data.vars.count == b->data.vars.count;
   }
   return false;
+}
+
+// Two records whose members or elements are being compared, and the index
+// of a's next entry.
+struct equal_frame {
+  const qel_var *a;
+  const qel_var *b;
+  int64_t next;
+};
+
+// Requires a frame: its next pair to compare (elements by position, members
+// by name: b's member NULL when b has none of that name); false when none is
+// left.
+bool next_pair(equal_frame &f, const qel_var *&x, const qel_var *&y) {
+  if (f.a->multi != 0) {
+    if (f.next >= f.a->data.vars.count) return false;
+    x = static_cast<const qel_var *>(f.a->data.vars.entries[f.next]);
+    y = static_cast<const qel_var *>(f.b->data.vars.entries[f.next]);
+    ++f.next;
+    return true;
+  }
+  const qel_hash *h = &f.a->data.members;
+  while (f.next < h->priv_count) {
+    const qel_hash_entry *e = &h->priv_entries[f.next++];
+    x = visible_member(h, e);
+    if (x == nullptr) continue;
+    y = static_cast<const qel_var *>(
+        qel_detail::hash_get(&f.b->data.members, h->key_pool + e->key_offset, e->key_length));
+    return true;
+  }
+  return false;
+}
+
+// Requires two variants: qel_var_equal's answer.  Records are compared
+// depth first on a work_stack, so the depth of the trees costs no stack.
+bool equal(const qel_var *a, const qel_var *b) {
+  bool walk = false;
+  if (!same_node(a, b, walk)) return false;
+  if (!walk) return true;
+  qel::work_stack<equal_frame> stack;
+  stack.push({a, b, 0});
+  while (!stack.empty()) {
+    const qel_var *x = nullptr;
+    const qel_var *y = nullptr;
+    if (!next_pair(stack.top(), x, y)) {
+      stack.pop();
+      continue;
+    }
+    if (!same_node(x, y, walk)) return false;
+    if (walk) stack.push({x, y, 0});
+  }
+  return true;
 }
 
 // Requires a variant: its member hash when it is a single record, else NULL.

@@ -92,6 +92,80 @@ void release(const qel_var *var, qel_var *m, bool block_stays) {
   if (block_stays) mark_released(m);
 }
 
+// ---- releasing a tree without recursion ----
+// Variants waiting to be released form a list through their own buf field
+// (which the release clears anyway): the next waiting variant's address and
+// three flags.  The list is worked depth first, so a record's members and
+// elements go before the record and its block, and releasing a tree of any
+// depth needs no memory and one stack frame.
+
+constexpr uintptr_t kPlace = 1;        // a place in its record's block: storage only
+constexpr uintptr_t kMarkPlace = 2;    // such a place in a block that stays: marked after
+constexpr uintptr_t kChildrenOut = 4;  // its members or elements are already listed
+constexpr uintptr_t kListFlags = 7;
+static_assert(alignof(qel_var) >= 8, "the list's flags live in the low bits of a qel_var address");
+
+struct release_list {
+  qel_var *top = nullptr;
+  void push(qel_var *var, uintptr_t flags) {
+    var->buf = reinterpret_cast<uintptr_t>(top) | flags;
+    top = var;
+  }
+};
+
+// Requires a variant: whether it is a record holding members or elements.
+bool has_children(const qel_var *var) {
+  if (qel::storage_of(var->type) != qel::storage::record) return false;
+  return var->multi != 0 ? var->data.vars.count > 0 : var->data.members.priv_count > 0;
+}
+
+// Requires a record: lists its members (clearing their entries) or elements
+// (leaving the array empty); member places are marked when the block stays.
+void list_children(release_list &list, qel_var *var, bool block_stays) {
+  if (var->multi != 0) {
+    qel_arrays &elements = var->data.vars;
+    for (int64_t i = 0; i < elements.count; ++i)
+      if (elements.entries[i] != nullptr) list.push(static_cast<qel_var *>(elements.entries[i]), 0);
+    qel_arrays_free_all(&elements, nullptr);
+    return;
+  }
+  const uintptr_t place = block_stays ? kPlace | kMarkPlace : kPlace;
+  qel_hash *members = &var->data.members;
+  for (uint32_t k = 0; qel_hash_entry *e = qel_detail::hash_entry_at(members, k); ++k) {
+    auto *m = static_cast<qel_var *>(e->value);
+    if (m == nullptr) continue;
+    list.push(m, in_block(var, m) ? place : 0);
+    e->value = nullptr;
+  }
+}
+
+// Requires a record whose members or elements are all released: releases the
+// rest of its storage as qel_var_free_x does.
+void record_end(qel_var *var) {
+  if (var->multi != 0) return qel_arrays_term(&var->data.vars);
+  if (qel::owns_block(var)) qel_detail::hash_forget_block(&var->data.members);  // the block goes with var
+  else qel_hash_term(&var->data.members);
+  var->buf = 0;
+}
+
+// Requires a list: releases every variant on it and everything they hold,
+// freeing each one that is not a place in a block.
+void release_all(release_list &list) {
+  while (qel_var *var = list.top) {
+    const uintptr_t link = var->buf;
+    list.top = reinterpret_cast<qel_var *>(link & ~kListFlags);
+    if (!(link & kChildrenOut) && has_children(var)) {
+      list.push(var, (link & kListFlags) | kChildrenOut);
+      list_children(list, var, false);  // a record released whole takes its block along
+      continue;
+    }
+    if (qel::storage_of(var->type) == qel::storage::record) record_end(var);
+    else qel_var_free_x(var);
+    if (link & kMarkPlace) mark_released(var);
+    if (!(link & kPlace)) qel_free(var);
+  }
+}
+
 // Requires a schema and the path of records being built above; whether a
 // record of this schema gets its members here: not when the schema is already
 // being built further up the path, nor at the depth bound (then the record
@@ -189,12 +263,25 @@ bool qel::owns_block(const qel_var *var) { return var->data.members.priv_block =
 // Requires a single record; frees its members, leaving NULL in their entries
 // (places in the block are marked unless the block goes right after).
 void qel::members_free(qel_var *var, bool block_stays) {
-  qel_hash *members = &var->data.members;
-  for (uint32_t k = 0; qel_hash_entry *e = qel_detail::hash_entry_at(members, k); ++k) {
-    if (e->value == nullptr) continue;
-    release(var, static_cast<qel_var *>(e->value), block_stays);
-    e->value = nullptr;
-  }
+  release_list list;
+  list_children(list, var, block_stays);
+  release_all(list);
+}
+
+// Requires a record with initialised storage: releases it (members, elements,
+// hash or array) as qel_var_free_x does.
+void qel::record_free_x(qel_var *var) {
+  release_list list;
+  list_children(list, var, var->multi == 0 && owns_block(var));
+  release_all(list);
+  record_end(var);
+}
+
+// Requires a variant: frees it and everything it holds.
+void qel::var_free_tree(qel_var *var) {
+  release_list list;
+  list.push(var, 0);
+  release_all(list);
 }
 
 // Requires an initialised member hash with no entries and no block, and one

@@ -394,6 +394,34 @@ TEST(Aliasing, CopyAndAppendBetweenARecordAndItsMembers) {
   }
 }
 
+// A source inside the destination, or holding it, gives what an independent
+// copy of it would (the model driver states this; here the cases it reaches
+// rarely): a member left without members, copied or appended into its record,
+// brings none of its schema's; a record array appended to an array inside its
+// own element brings its elements as they were before the append.
+TEST(Aliasing, InsideActsAsAnIndependentCopy) {
+  qel::schema self;
+  self.add("n", 4).add("child", 12).add("list", 12, 1);
+  Resolver r;
+  r.map = {{12, self.get()}};
+  qel::var t = qel::var::make(12, 0, &r, Resolver::resolve);
+  t["n"].set(int64_t{5});
+  ASSERT_TRUE(names(t["child"]).empty());
+  qel_var_copy(t.get(), t["child"].get());
+  EXPECT_EQ(t["n"].get<int64_t>(), 5);
+  EXPECT_EQ(names(t), (std::vector<std::string>{"n", "child", "list"}));
+  qel_var_append(t.get(), t["child"].get());
+  ASSERT_EQ(t.size(), 1);
+  EXPECT_TRUE(names(t[0]).empty());
+  EXPECT_EQ(t.schema().get(), self.get());
+
+  t.add_new();
+  t[1].set_member("list", qel::var(12, 1));
+  qel_var_append(t[1]["list"].get(), t.get());
+  ASSERT_EQ(t[1]["list"].size(), 2);
+  EXPECT_EQ(t[1]["list"][1]["list"].size(), 0);
+}
+
 // ---- entries and counts written directly, as qel_std.h allows
 
 TEST(DirectWrites, StaleKeyedIndexAndCountsOutsideTheStorage) {

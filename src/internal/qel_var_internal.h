@@ -69,8 +69,16 @@ qel_var *record_new_at(uint32_t type, qel_schema *schema, void *context, qel_sch
 bool owns_block(const qel_var *var);
 
 // Requires a single record: frees its members and nulls their entries;
-// block_stays unless the hash is terminated right after.
+// block_stays unless the hash is terminated right after.  Like the two below,
+// it works through a list threaded through the variants it releases: no
+// allocation, no recursion, whatever the depth.
 void members_free(qel_var *var, bool block_stays);
+
+// Requires a record-class variant with initialised storage: qel_var_free_x.
+void record_free_x(qel_var *var);
+
+// Requires a variant: qel_var_free.
+void var_free_tree(qel_var *var);
 
 // Requires a member hash: whether members_clone_shape may copy it (distinct
 // keys, a member under each, not too many).
@@ -89,7 +97,7 @@ qel_var *members_clone_shape(qel_hash *members, const qel_hash *shape);
 void var_move_storage(qel_var *dst, qel_var *src);
 
 // Requires two variants whose trees share no node: the deep copy without
-// alias checks (qel_var_copy's recursion).
+// alias checks (qel_var_copy's walk).
 void var_copy_into(qel_var *dst, const qel_var *src);
 
 }  // namespace qel
