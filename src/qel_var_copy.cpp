@@ -25,39 +25,43 @@ bool has_children(const qel_var *var) {
   return var->multi != 0 ? var->data.vars.count > 0 : var->data.members.priv_count > 0;
 }
 
-// A record being walked and the index of its next member entry or element.
-struct walk_frame {
+// A record being searched and the index of its next member entry or element.
+struct search_frame {
   const qel_var *node;
   int64_t next;
 };
 
-// Requires a frame of a record: its next member or element that is not NULL,
-// or NULL when none is left.
-const qel_var *next_child(walk_frame &f) {
-  if (f.node->multi != 0) {
-    const qel_arrays &elements = f.node->data.vars;
-    while (f.next < elements.count)
-      if (const auto *e = static_cast<const qel_var *>(elements.entries[f.next++])) return e;
-    return nullptr;
+// Requires a frame of a record: looks through its members or elements from
+// the next one on, until needle (true), or one with members or elements of
+// its own, which it pushes (false; the frame, which the push may have moved,
+// is not touched again).  At the end the frame is popped.
+template <class Stack>
+bool search_step(Stack &stack, search_frame &f, const qel_var *needle) {
+  const bool array = f.node->multi != 0;
+  const int64_t n = array ? f.node->data.vars.count : f.node->data.members.priv_count;
+  while (f.next < n) {
+    const int64_t k = f.next++;
+    const auto *child =
+        static_cast<const qel_var *>(array ? f.node->data.vars.entries[k] : f.node->data.members.priv_entries[k].value);
+    if (child == nullptr) continue;
+    if (child == needle) return true;
+    if (has_children(child)) {
+      stack.push({child, 0});
+      return false;
+    }
   }
-  const qel_hash &members = f.node->data.members;
-  while (f.next < members.priv_count)
-    if (const auto *m = static_cast<const qel_var *>(members.priv_entries[f.next++].value)) return m;
-  return nullptr;
+  stack.pop();
+  return false;
 }
 
 // Requires a variant: true when needle is a member or element of tree, at
 // any depth (tree itself does not count).
 bool contains(const qel_var *tree, const qel_var *needle) {
   if (!has_children(tree)) return false;
-  qel::work_stack<walk_frame> stack;
+  qel::work_stack<search_frame> stack;
   stack.push({tree, 0});
-  while (!stack.empty()) {
-    const qel_var *child = next_child(stack.top());
-    if (child == nullptr) stack.pop();
-    else if (child == needle) return true;
-    else if (has_children(child)) stack.push({child, 0});
-  }
+  while (!stack.empty())
+    if (search_step(stack, stack.top(), needle)) return true;
   return false;
 }
 
@@ -95,6 +99,21 @@ bool same_shape(const qel_hash *members, const qel_hash *shape) {
   return true;
 }
 
+// Requires two variants: when both are single values of one code and form
+// (not records), copies src's value and caller value into dst, as the copy
+// would, and gives true; else false.  The common member, on a short path.
+inline bool copy_single_value(qel_var *dst, const qel_var *src) {
+  if (dst->type != src->type || dst->multi != src->multi || src->multi != 0) return false;
+  switch (storage_of(src->type)) {
+    case storage::bits32: dst->data.bits32 = src->data.bits32; break;
+    case storage::bits64: dst->data.bits64 = src->data.bits64; break;
+    case storage::bytes: qel_stream_clone(&src->data.stream, &dst->data.stream); break;
+    case storage::record: return false;
+  }
+  dst->buf = src->buf;
+  return true;
+}
+
 // How a record's members or elements are matched with the source's.
 enum class match : uint8_t {
   elements,   // record arrays: a new element per source element
@@ -123,12 +142,8 @@ class copier {
   // Requires two variants whose trees share no node.
   void run(qel_var *dst, const qel_var *src) {
     copy_node(dst, src);
-    while (!stack_.empty()) {
-      qel_var *to = nullptr;
-      const qel_var *from = nullptr;
-      if (next_pair(stack_.top(), to, from)) copy_node(to, from);  // may push: the frame is not used after
-      else stack_.pop();
-    }
+    while (!stack_.empty())
+      if (!advance(stack_.top())) stack_.pop();
   }
 
  private:
@@ -184,41 +199,52 @@ class copier {
     stack_.push({dst, src, 0, positions ? match::positions : match::names});
   }
 
-  // Requires a frame: the next (destination, source) pair it holds, creating
-  // the destination member or element when it is missing; false when none
-  // is left.
-  bool next_pair(copy_frame &f, qel_var *&to, const qel_var *&from) {
+  // Requires a frame: copies its pairs in order until one of them pushes a
+  // frame of its own (true: the frame, which the push may have moved, is not
+  // touched again) or none is left (false).
+  bool advance(copy_frame &f) {
+    const size_t depth = stack_.size();
     if (f.how == match::elements) {
       const qel_arrays &elements = f.src->data.vars;
       while (f.next < elements.count) {
-        from = static_cast<const qel_var *>(elements.entries[f.next++]);
+        const auto *from = static_cast<const qel_var *>(elements.entries[f.next++]);
         if (from == nullptr) continue;
-        to = qel_var_new(from->type, from->multi);
+        qel_var *to = qel_var_new(from->type, from->multi);
         to->schema = from->schema;
         qel_arrays_append(&f.dst->data.vars, to);
-        return true;
+        copy_node(to, from);
+        if (stack_.size() != depth) return true;
       }
       return false;
     }
+    // The members' own loop keeps its place in k, and stores it in the frame
+    // only before a copy that may push.
     const qel_hash *members = &f.src->data.members;
-    qel_hash *into = &f.dst->data.members;
-    while (f.next < members->priv_count) {
-      const qel_hash_entry &e = members->priv_entries[f.next++];
-      from = static_cast<const qel_var *>(e.value);
+    qel_var *dst = f.dst;
+    const match how = f.how;
+    for (int64_t k = f.next; k < members->priv_count; ++k) {
+      const qel_hash_entry &e = members->priv_entries[k];
+      const auto *from = static_cast<const qel_var *>(e.value);
       if (from == nullptr) continue;
-      if (f.how != match::names) {
-        to = static_cast<qel_var *>(into->priv_entries[f.next - 1].value);
-        return true;
-      }
-      const char *name = members->key_pool + e.key_offset;
-      to = static_cast<qel_var *>(qel_detail::hash_get(into, name, e.key_length));
-      if (to != nullptr) return true;
-      to = qel::var_alloc(from->type, from->multi, from->schema);
-      init(to);
-      if (qel_hash_insert(into, name, e.key_length, to) != nullptr) return true;
-      qel_var_free(to);  // the hash is full: this member cannot be kept
+      qel_var *to = how != match::names ? static_cast<qel_var *>(dst->data.members.priv_entries[k].value)
+                                        : member_named(dst, members->key_pool + e.key_offset, e.key_length, from);
+      if (to == nullptr || copy_single_value(to, from)) continue;  // NULL: the hash is full
+      f.next = k + 1;
+      copy_node(to, from);
+      if (stack_.size() != depth) return true;
     }
     return false;
+  }
+
+  // Requires a single record and a member for the name: dst's member of that
+  // name, made like from when dst has none, or NULL when the hash is full.
+  qel_var *member_named(qel_var *dst, const char *name, uint32_t length, const qel_var *from) const {
+    if (auto *to = static_cast<qel_var *>(qel_detail::hash_get(&dst->data.members, name, length))) return to;
+    qel_var *to = qel::var_alloc(from->type, from->multi, from->schema);
+    init(to);
+    if (qel_hash_insert(&dst->data.members, name, length, to) != nullptr) return to;
+    qel_var_free(to);
+    return nullptr;
   }
 
   bool bare_;

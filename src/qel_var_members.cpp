@@ -105,38 +105,10 @@ constexpr uintptr_t kChildrenOut = 4;  // its members or elements are already li
 constexpr uintptr_t kListFlags = 7;
 static_assert(alignof(qel_var) >= 8, "the list's flags live in the low bits of a qel_var address");
 
-struct release_list {
-  qel_var *top = nullptr;
-  void push(qel_var *var, uintptr_t flags) {
-    var->buf = reinterpret_cast<uintptr_t>(top) | flags;
-    top = var;
-  }
-};
-
 // Requires a variant: whether it is a record holding members or elements.
 bool has_children(const qel_var *var) {
   if (qel::storage_of(var->type) != qel::storage::record) return false;
   return var->multi != 0 ? var->data.vars.count > 0 : var->data.members.priv_count > 0;
-}
-
-// Requires a record: lists its members (clearing their entries) or elements
-// (leaving the array empty); member places are marked when the block stays.
-void list_children(release_list &list, qel_var *var, bool block_stays) {
-  if (var->multi != 0) {
-    qel_arrays &elements = var->data.vars;
-    for (int64_t i = 0; i < elements.count; ++i)
-      if (elements.entries[i] != nullptr) list.push(static_cast<qel_var *>(elements.entries[i]), 0);
-    qel_arrays_free_all(&elements, nullptr);
-    return;
-  }
-  const uintptr_t place = block_stays ? kPlace | kMarkPlace : kPlace;
-  qel_hash *members = &var->data.members;
-  for (uint32_t k = 0; qel_hash_entry *e = qel_detail::hash_entry_at(members, k); ++k) {
-    auto *m = static_cast<qel_var *>(e->value);
-    if (m == nullptr) continue;
-    list.push(m, in_block(var, m) ? place : 0);
-    e->value = nullptr;
-  }
 }
 
 // Requires a record whose members or elements are all released: releases the
@@ -148,21 +120,76 @@ void record_end(qel_var *var) {
   var->buf = 0;
 }
 
+// Requires a variant holding no members or elements (or only released ones):
+// releases its storage, then frees it or, as a place in a block, marks it
+// when its flags say so.
+void release_last(qel_var *var, uintptr_t flags) {
+  if (qel::storage_of(var->type) == qel::storage::record) record_end(var);
+  else qel_var_free_x(var);
+  if (flags & kMarkPlace) mark_released(var);
+  if (!(flags & kPlace)) qel_free(var);
+}
+
+struct release_list {
+  qel_var *top = nullptr;
+  void push(qel_var *var, uintptr_t flags) {
+    var->buf = reinterpret_cast<uintptr_t>(top) | flags;
+    top = var;
+  }
+  // A variant to release: at once when it holds no members or elements, else
+  // listed (so only such records wait on the list).
+  void take(qel_var *var, uintptr_t flags) {
+    if (has_children(var)) push(var, flags);
+    else release_last(var, flags);
+  }
+};
+
+// Requires a record: hands its members (clearing their entries) or elements
+// (leaving the array empty) to the list; member places are marked when the
+// block stays.
+void list_children(release_list &list, qel_var *var, bool block_stays) {
+  if (var->multi != 0) {
+    qel_arrays &elements = var->data.vars;
+    for (int64_t i = 0; i < elements.count; ++i)
+      if (elements.entries[i] != nullptr) list.take(static_cast<qel_var *>(elements.entries[i]), 0);
+    qel_arrays_free_all(&elements, nullptr);
+    return;
+  }
+  // The block's places, found once (in_block for every member costs more).
+  const member_block *head = head_of(var);
+  const uintptr_t first = head != nullptr ? reinterpret_cast<uintptr_t>(head + 1) : 0;
+  const uintptr_t bytes = head != nullptr ? head->places * sizeof(qel_var) : 0;
+  const uintptr_t place = block_stays ? kPlace | kMarkPlace : kPlace;
+  qel_hash *members = &var->data.members;
+  for (uint32_t k = 0; k < members->priv_count; ++k) {
+    auto *m = static_cast<qel_var *>(members->priv_entries[k].value);
+    if (m == nullptr) continue;
+    members->priv_entries[k].value = nullptr;
+    const bool in_place = reinterpret_cast<uintptr_t>(m) - first < bytes;
+    if (qel::storage_of(m->type) != qel::storage::record) {
+      qel_var_free_x(m);  // the common leaf, released here
+      if (!in_place) qel_free(m);
+      else if (block_stays) mark_released(m);
+    } else {
+      list.take(m, in_place ? place : 0);
+    }
+  }
+}
+
 // Requires a list: releases every variant on it and everything they hold,
-// freeing each one that is not a place in a block.
+// each record after its members or elements.  A record on top has its
+// children handed out where it lies; it goes once no record of them is left
+// above it.
 void release_all(release_list &list) {
   while (qel_var *var = list.top) {
     const uintptr_t link = var->buf;
-    list.top = reinterpret_cast<qel_var *>(link & ~kListFlags);
-    if (!(link & kChildrenOut) && has_children(var)) {
-      list.push(var, (link & kListFlags) | kChildrenOut);
+    if (!(link & kChildrenOut)) {
+      var->buf = link | kChildrenOut;
       list_children(list, var, false);  // a record released whole takes its block along
-      continue;
+      if (list.top != var) continue;
     }
-    if (qel::storage_of(var->type) == qel::storage::record) record_end(var);
-    else qel_var_free_x(var);
-    if (link & kMarkPlace) mark_released(var);
-    if (!(link & kPlace)) qel_free(var);
+    list.top = reinterpret_cast<qel_var *>(link & ~kListFlags);
+    release_last(var, link & kListFlags);
   }
 }
 
@@ -280,7 +307,7 @@ void qel::record_free_x(qel_var *var) {
 // Requires a variant: frees it and everything it holds.
 void qel::var_free_tree(qel_var *var) {
   release_list list;
-  list.push(var, 0);
+  list.take(var, 0);
   release_all(list);
 }
 

@@ -27,6 +27,7 @@ class work_stack {
   work_stack &operator=(const work_stack &) = delete;
 
   bool empty() const { return size_ == 0; }
+  size_t size() const { return size_; }
   // Requires a frame: the newest one (valid until the next push).
   Frame &top() { return frames_[size_ - 1]; }
   // Requires a frame: drops the newest one.
