@@ -85,21 +85,19 @@ private:
     const qel_var *rec_ = nullptr;
 };
 
-/* A checked access that found nothing: says what was missing and stops. */
-[[noreturn]] inline void missing(const char *what, std::string_view name, std::int64_t index) noexcept {
-    if (what[0] == 'm') std::fprintf(stderr, "qel: no member \"%.*s\"\n", static_cast<int>(name.size()), name.data());
-    else std::fprintf(stderr, "qel: no element %lld\n", static_cast<long long>(index));
-    std::abort();
-}
+/* Checked accesses: the member or element, or a message saying what was
+ * missing and a stop. */
 inline qel_var *checked_member(const qel_var *rec, std::string_view name) noexcept {
     qel_var *p = qel_var_get_val(rec, name.data(), static_cast<std::int64_t>(name.size()));
-    if (p == nullptr) missing("member", name, 0);
-    return p;
+    if (p != nullptr) return p;
+    std::fprintf(stderr, "qel: no member \"%.*s\"\n", static_cast<int>(name.size()), name.data());
+    std::abort();
 }
 inline qel_var *checked_element(const qel_var *arr, std::int64_t index) noexcept {
     qel_var *p = qel_var_get_var_x(arr, index);
-    if (p == nullptr) missing("element", {}, index);
-    return p;
+    if (p != nullptr) return p;
+    std::fprintf(stderr, "qel: no element %lld\n", static_cast<long long>(index));
+    std::abort();
 }
 
 /* The schema of a record array's own elements, as a resolver: that of the
