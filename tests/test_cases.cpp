@@ -6,6 +6,7 @@
 // compile-time contract, resolvers and ordering.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <limits>
@@ -669,6 +670,19 @@ TEST(SortBy, RecordsByCountThenNameAndStringsWithCallerValues) {
   EXPECT_EQ(bufs(words), (std::vector<uint64_t>{2, 3, 0, 1}));
   qel_var_sort_by(words.get(), nullptr, nullptr);  // no order: nothing
   EXPECT_EQ(words.get<std::string_view>(0), "ccc");
+  for (const int64_t n : {17, 40, 1000}) {  // runs merged in passes, the last one short
+    qel::var v(qel::code::u32, qel::form::multi);
+    std::vector<std::pair<int64_t, uint64_t>> want, got;
+    for (int64_t k = 0; k < n; ++k) {
+      v.add(k * 7 % 10);
+      v.set_buf(k, static_cast<uint64_t>(k));
+      want.emplace_back(k * 7 % 10, k);
+    }
+    std::stable_sort(want.begin(), want.end(), [](auto &a, auto &b) { return a.first < b.first; });
+    v.sort_by([](qel::var_cref a, qel::var_cref b) { return a.get<int64_t>() < b.get<int64_t>(); });
+    for (int64_t k = 0; k < n; ++k) got.emplace_back(v.get<int64_t>(k), v.get_buf(k));
+    EXPECT_EQ(got, want) << n << " entries";
+  }
 }
 
 TEST(Cpp, JsonTextAndStrictReadsThroughAnyResolver) {
