@@ -364,7 +364,7 @@ class reader {
   // Requires a variant: reads the value at p_ (after whitespace) into it.
   bool value(qel_var *v, int depth) {
     skip_ws();
-    if (at_word("null", 4)) {
+    if (p_ < end_ && *p_ == 'n' && at_word("null", 4)) {
       if (refused_null(expected_of(v->type, v->multi))) return false;
       p_ += 4;
       return true;
@@ -574,7 +574,7 @@ class reader {
     const int64_t bytes = (static_cast<int64_t>(members->priv_count) + 7) / 8;
     qel_stream_shrink(&marks_, 0);
     if (marks_.capacity < bytes) qel_stream_expand(&marks_, bytes);
-    std::memset(marks_.bytes, 0, static_cast<size_t>(bytes));
+    if (bytes > 0) std::memset(marks_.bytes, 0, static_cast<size_t>(bytes));
     for (int64_t at = from; at < named_.length; at += 4) {
       uint32_t k = 0;
       std::memcpy(&k, named_.bytes + at, 4);

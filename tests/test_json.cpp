@@ -239,6 +239,12 @@ TEST_F(Json, CreatedMembersAreBuiltThroughTheResolver) {
   EXPECT_EQ(read_tree(r, "{\"child\":{},\"next\":{\"name\":\"n\"}}"), 0);
   EXPECT_EQ(write(r), "{\"name\":\"\",\"child\":{},\"next\":{\"name\":\"n\"}}");
   qel_var_free(r);
+  // Required members of a record that has none yet.
+  r = qel_var_new(10, 0);
+  EXPECT_EQ(qel_json_read(r, "{}", -1, nullptr, nullptr, QEL_JSON_REQUIRE_MEMBERS, &err_), 0);
+  r->schema = tree;
+  EXPECT_EQ(qel_json_read(r, "{}", -1, nullptr, nullptr, QEL_JSON_REQUIRE_MEMBERS, &err_), QEL_JSON_ERR_MISSING);
+  qel_var_free(r);
   qel_var_schema_free(tree);
 }
 
