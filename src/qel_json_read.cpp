@@ -692,7 +692,6 @@ class reader {
       } while (next_item(closer, &ok));
       return ok;
     }
-    if (c != '-' && !is_digit(c)) return fail(QEL_JSON_ERR_SYNTAX, "expected a value") == 0;
     number_token t;
     return number(t, "expected a value");
   }

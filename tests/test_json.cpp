@@ -7,6 +7,7 @@
 
 #include <bit>
 #include <clocale>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -63,13 +64,13 @@ TEST_F(Json, WritesRecordsCompactAndIndented) {
   qel_var_set_long(member(r, "id"), 0, -42);
   qel_var_set_double(member(r, "score"), 0, 0.1);
   qel_var_set_float(member(r, "ratio"), 0, 0.1f);
-  qel_var_set_string(member(r, "name"), 0, "q\"\\/\x01\t\xc3\xa9", -1);
+  qel_var_set_string(member(r, "name"), 0, "q\"\\/\x01\t\xc3\xa9\xdf\xbf\xef\xbf\xbd", -1);
   qel_var_add_string(member(r, "tags"), "a", 1);
   qel_var *kid = qel_var_add_new(member(r, "kids"));
   add_member(kid, "x", qel_var_new(1, 0));
   qel_var_set_integer(member(kid, "x"), 0, -1);
   EXPECT_EQ(write(r),
-            "{\"id\":-42,\"score\":0.1,\"ratio\":0.1,\"name\":\"q\\\"\\\\/\\u0001\\t\xc3\xa9\","
+            "{\"id\":-42,\"score\":0.1,\"ratio\":0.1,\"name\":\"q\\\"\\\\/\\u0001\\t\xc3\xa9\xdf\xbf\xef\xbf\xbd\","
             "\"tags\":[\"a\"],\"kids\":[{\"x\":4294967295}]}");
   EXPECT_EQ(write(member(kid, "x"), QEL_JSON_INDENT), "4294967295");
   qel_var_shrink(member(r, "tags"), 0);
@@ -99,7 +100,8 @@ TEST_F(Json, NumbersAreShortestAndExact) {
                  {9007199254740993.0, "9007199254740992.0"},
                  {123.456, "123.456"},
                  {2.2250738585072014e-308, "2.2250738585072014e-308"},
-                 {0.3, "0.3"}};
+                 {0.3, "0.3"},
+                 {9.5e21, "9.5e21"}};  // exactly halfway down to the next double, which is odd
   qel_var *d = qel_var_new(6, 0);
   for (const auto &c : doubles) {
     qel_var_set_double(d, 0, c.d);
@@ -118,11 +120,12 @@ TEST_F(Json, NumbersAreShortestAndExact) {
     qel_var_set_float(f, 0, c.f);
     EXPECT_EQ(write(f), c.text);
   }
-  // Random bit patterns read back bit for bit.
+  // Random bit patterns and every power of two (its lower gap is half the
+  // upper one) read back bit for bit.
   std::mt19937_64 rng(15);
-  for (int i = 0; i < 5000; ++i) {
-    const double x = std::bit_cast<double>(rng());
-    const float y = std::bit_cast<float>(static_cast<uint32_t>(rng()));
+  for (int i = 0; i < 7100; ++i) {
+    const double x = i < 2098 ? std::ldexp(1.0, i - 1074) : std::bit_cast<double>(rng());
+    const float y = i < 277 ? std::ldexp(1.0f, i - 149) : std::bit_cast<float>(static_cast<uint32_t>(rng()));
     if (x - x == 0) {
       qel_var_set_double(d, 0, x);
       ASSERT_EQ(read(d, write(d).c_str()), 0);
@@ -190,7 +193,7 @@ TEST_F(Json, ReadsIntoTheShapeOfTheDestination) {
   qel_var_set_long(member(r, "id"), 0, 7);
   member(r, "id")->buf = 99;
   ASSERT_EQ(read(r,
-                 " {\"score\": 2e0, \"name\": \"\\u00e9\\ud83d\\ude00\\/\", \"ratio\": null, \"score\": -0.5,"
+                 " {\"score\": 2e0, \"name\": \"\\u00E9\\ud83d\\uDE00\\/\", \"ratio\": null, \"score\": -0.5,"
                  " \"kids\": [{\"y\": [1, 2.5]}, {}], \"tags\": [\"x\", \"\"]}\n"),
             0);
   EXPECT_EQ(qel_var_get_long(member(r, "id"), 0), 7);  // absent: kept, with its caller value
@@ -239,6 +242,13 @@ TEST_F(Json, CreatedMembersAreBuiltThroughTheResolver) {
   EXPECT_EQ(read_tree(r, "{\"child\":{},\"next\":{\"name\":\"n\"}}"), 0);
   EXPECT_EQ(write(r), "{\"name\":\"\",\"child\":{},\"next\":{\"name\":\"n\"}}");
   qel_var_free(r);
+  // A replica of more records than its walk's first block holds.
+  r = qel_var_new_x(10, 0, tree, trees);
+  for (char k = 'a'; k < 'a' + 20; ++k) qel_var_set_val(r, &k, 1, member(r, "next"));
+  EXPECT_EQ(read_tree(r, "{\"child\":{\"name\":\"x\"}}"), 0);
+  EXPECT_EQ(write(member(r, "child")), "{\"name\":\"x\"}");
+  EXPECT_EQ(qel_var_member_count(r), 23);
+  qel_var_free(r);
   // Required members of a record that has none yet.
   r = qel_var_new(10, 0);
   EXPECT_EQ(qel_json_read(r, "{}", -1, nullptr, nullptr, QEL_JSON_REQUIRE_MEMBERS, &err_), 0);
@@ -263,8 +273,12 @@ TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
       {"{\"kids\": [{\"x\": -1}]}", QEL_JSON_ERR_RANGE, 1, 17},
       {"{\"kids\": [{\"x\": 4294967296}]}", QEL_JSON_ERR_RANGE, 1, 17},
       {"{\"id\": 9223372036854775808}", QEL_JSON_ERR_RANGE, 1, 8},
-      {"{\"score\": 1e400}", QEL_JSON_ERR_RANGE, 1, 11},
-      {"{\"ratio\": -3.5e38}", QEL_JSON_ERR_RANGE, 1, 11},
+      {"{\"score\": 1e400}", QEL_JSON_ERR_RANGE, 1, 11, 0,
+       "expected a number within the double range for member \"score\", found 1e400"},
+      {"{\"ratio\": -3.5e38}", QEL_JSON_ERR_RANGE, 1, 11, 0,
+       "expected a number within the float range for member \"ratio\", found -3.5e38"},
+      {"{\"id\": 1e}", QEL_JSON_ERR_SYNTAX, 1, 10},
+      {"{\"zz\": }", QEL_JSON_ERR_SYNTAX, 1, 8, QEL_JSON_SKIP_UNKNOWN},
       {"{\n  \"id\": 1,\n  \"score\": \"high\"}", QEL_JSON_ERR_TYPE, 3, 12, 0,
        "expected a number for member \"score\", found a string"},
       {"{\"kids\": [null]}", QEL_JSON_ERR_TYPE, 1, 11, 0, "expected an object for member \"kids\", found null"},
