@@ -16,6 +16,10 @@
  * (<qel_json.h>); read requires every schema member and refuses null unless
  * told otherwise.
  *
+ * Every owner is a qel::unique<T, traits> (the traits say how the family
+ * frees, and where it can, copies) beneath its family's operations, and
+ * each family passes a C++ value to its C call through one table by kind
+ * (var_calls, xvar_calls, xvars_calls).
  * Owners are move-only; `.get()` gives the C pointer (so every C function
  * stays reachable) and `.release()` hands ownership back to the caller.
  * Values go in and out as C++ types, and the C function is chosen by the

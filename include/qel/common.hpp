@@ -105,6 +105,53 @@ constexpr storage storage_of(var_type type) noexcept {
 /* Sort direction of var::sort (the C flag: nonzero ascending, 0 descending). */
 enum class order : int { descending = 0, ascending = 1 };
 
+/* ------------------------------------------------------------------------
+ * Owners
+ * ---------------------------------------------------------------------- */
+
+/* Sole owner of one C object held as a T: a pointer, or a record kept by
+ * value (a stream).  Traits gives what the C interface does with it:
+ * `empty()` the T of an owner holding nothing and `free(T &)` its release
+ * (a no-op on empty()); owners whose family can copy also give
+ * `clone(const T &)`.  Move-only: a move leaves the source empty. */
+template <class T, class Traits>
+class unique {
+public:
+    unique() noexcept : h_(Traits::empty()) {}
+    explicit unique(T owned) noexcept : h_(owned) {}
+    unique(unique &&o) noexcept : h_(std::exchange(o.h_, Traits::empty())) {}
+    unique &operator=(unique &&o) noexcept {
+        if (this != &o) {
+            Traits::free(h_);
+            h_ = std::exchange(o.h_, Traits::empty());
+        }
+        return *this;
+    }
+    unique(const unique &) = delete;
+    unique &operator=(const unique &) = delete;
+    ~unique() { Traits::free(h_); }
+
+    /* The C pointer (still owned). */
+    T get() const noexcept requires std::is_pointer_v<T> { return h_; }
+    /* Hands ownership back to the caller; the owner becomes empty. */
+    [[nodiscard]] T release() noexcept requires std::is_pointer_v<T> { return std::exchange(h_, Traits::empty()); }
+    /* Frees what is held and holds `owned` instead. */
+    void reset(T owned = Traits::empty()) noexcept requires std::is_pointer_v<T> {
+        T old = std::exchange(h_, owned);
+        Traits::free(old);
+    }
+    void swap(unique &o) noexcept { std::swap(h_, o.h_); }
+    friend void swap(unique &a, unique &b) noexcept { a.swap(b); }
+    explicit operator bool() const noexcept requires std::is_pointer_v<T> { return h_ != nullptr; }
+
+protected:
+    T &held() noexcept { return h_; }
+    const T &held() const noexcept { return h_; }
+
+private:
+    T h_;
+};
+
 class var;
 class var_ref;
 class var_cref;
@@ -325,36 +372,87 @@ private:
     std::int64_t size_ = 0;
 };
 
-template <class T>
-inline T get_var_value(const qel_var *p, std::int64_t i) noexcept {
+/* The C functions of one operation, one for each kind of value: text
+ * (bytes and length), float, double, and every integer (as int64_t). */
+template <class Text, class F32, class F64, class I64>
+struct kind_calls {
+    Text text;
+    F32 f32;
+    F64 f64;
+    I64 i64;
+};
+template <class Text, class F32, class F64, class I64>
+kind_calls(Text, F32, F64, I64) -> kind_calls<Text, F32, F64, I64>;
+
+/* Hands `call` the C function of v's kind and v as that function takes it
+ * (bytes and length, or one number); `call` adds the rest of the arguments. */
+template <class Calls, class T, class Call>
+inline decltype(auto) with_kind(const Calls &fns, const T &v, Call &&call) noexcept {
+    using V = std::remove_cvref_t<T>;
+    if constexpr (text_value<V>) {
+        const text_arg t = text_of(v);
+        return call(fns.text, t.bytes, t.length);
+    } else if constexpr (float_value<V>) {
+        return call(fns.f32, v);
+    } else if constexpr (double_value<V>) {
+        return call(fns.f64, v);
+    } else {
+        return call(fns.i64, static_cast<std::int64_t>(v));
+    }
+}
+
+/* Reads a T through the C reader of its kind: `call(fn, outs...)` calls fn
+ * with the object and place, then the outputs (the string readers' bytes
+ * and length). */
+template <readable T, class Calls, class Call>
+inline T read_kind(const Calls &fns, Call &&call) noexcept {
     if constexpr (std::same_as<T, std::string_view>) {
         const char *s = nullptr;
         std::int64_t n = 0;
-        qel_var_get_string(p, i, &s, &n);
+        call(fns.text, &s, &n);
         return view_of(s, n);
     } else if constexpr (float_value<T>) {
-        return qel_var_get_float(p, i);
+        return call(fns.f32);
     } else if constexpr (double_value<T>) {
-        return qel_var_get_double(p, i);
+        return call(fns.f64);
     } else {
-        return static_cast<T>(qel_var_get_long(p, i));
+        return static_cast<T>(call(fns.i64));
     }
+}
+
+/* Each family's C calls by kind of value. */
+namespace var_calls {
+inline constexpr kind_calls add{qel_var_add_string, qel_var_add_float, qel_var_add_double, qel_var_add_long};
+inline constexpr kind_calls add_x{qel_var_add_string_x, qel_var_add_float_x, qel_var_add_double_x, qel_var_add_long_x};
+inline constexpr kind_calls set{qel_var_set_string, qel_var_set_float, qel_var_set_double, qel_var_set_long};
+inline constexpr kind_calls get{qel_var_get_string, qel_var_get_float, qel_var_get_double, qel_var_get_long};
+} // namespace var_calls
+namespace xvar_calls {
+inline constexpr kind_calls add{qel_xvar_add_string, qel_xvar_add_float, qel_xvar_add_double, qel_xvar_add_long};
+inline constexpr kind_calls add_x{qel_xvar_add_string_x, qel_xvar_add_float_x, qel_xvar_add_double_x,
+                                  qel_xvar_add_long_x};
+inline constexpr kind_calls set{qel_xvar_set_string, qel_xvar_set_float, qel_xvar_set_double, qel_xvar_set_long};
+inline constexpr kind_calls get{qel_xvar_get_string, qel_xvar_get_float, qel_xvar_get_double, qel_xvar_get_long};
+} // namespace xvar_calls
+namespace xvars_calls {
+inline constexpr kind_calls add{qel_xvars_add_string, qel_xvars_add_float, qel_xvars_add_double, qel_xvars_add_long};
+inline constexpr kind_calls set{qel_xvars_set_string, qel_xvars_set_float, qel_xvars_set_double, qel_xvars_set_long};
+inline constexpr kind_calls get{qel_xvars_get_string, qel_xvars_get_float, qel_xvars_get_double, qel_xvars_get_long};
+} // namespace xvars_calls
+
+template <class T>
+inline T get_var_value(const qel_var *p, std::int64_t i) noexcept {
+    return read_kind<T>(var_calls::get, [&](auto fn, auto... out) { return fn(p, i, out...); });
 }
 
 template <class T>
 inline T get_xvar_value(const qel_xvar *p, std::int64_t i) noexcept {
-    if constexpr (std::same_as<T, std::string_view>) {
-        const char *s = nullptr;
-        std::int64_t n = 0;
-        qel_xvar_get_string(p, i, &s, &n);
-        return view_of(s, n);
-    } else if constexpr (float_value<T>) {
-        return qel_xvar_get_float(p, i);
-    } else if constexpr (double_value<T>) {
-        return qel_xvar_get_double(p, i);
-    } else {
-        return static_cast<T>(qel_xvar_get_long(p, i));
-    }
+    return read_kind<T>(xvar_calls::get, [&](auto fn, auto... out) { return fn(p, i, out...); });
+}
+
+template <class T>
+inline T get_xvars_value(const qel_xvars *p, std::int64_t entry, std::int64_t pos) noexcept {
+    return read_kind<T>(xvars_calls::get, [&](auto fn, auto... out) { return fn(p, entry, pos, out...); });
 }
 
 template <class T>
@@ -373,7 +471,7 @@ template <class T>
 struct xvars_value_getter {
     const qel_xvars *p = nullptr;
     std::int64_t entry = 0;
-    T operator()(std::int64_t pos) const noexcept;
+    T operator()(std::int64_t pos) const noexcept { return get_xvars_value<T>(p, entry, pos); }
 };
 
 template <class Ref>

@@ -78,28 +78,22 @@ private:
     const qel_schema *p_ = nullptr;
 };
 
+namespace detail {
+struct schema_traits {
+    static constexpr qel_schema *empty() noexcept { return nullptr; }
+    static void free(qel_schema *p) noexcept { qel_var_schema_free(p); }
+};
+} // namespace detail
+
 /* Owner of a schema.  It must outlive every variant built from it. */
-class schema : public detail::schema_read_ops<schema> {
+class schema : public unique<qel_schema *, detail::schema_traits>, public detail::schema_read_ops<schema> {
 public:
     /* A new, empty schema. */
-    schema() noexcept : p_(qel_var_schema_new()) {}
+    schema() noexcept : unique(qel_var_schema_new()) {}
     /* Takes ownership of a schema from qel_var_schema_new (or NULL). */
     [[nodiscard]] static schema adopt(qel_schema *owned) noexcept { return schema(owned, 0); }
 
-    schema(schema &&o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
-    schema &operator=(schema &&o) noexcept {
-        if (this != &o) reset(std::exchange(o.p_, nullptr));
-        return *this;
-    }
-    schema(const schema &) = delete;
-    schema &operator=(const schema &) = delete;
-    ~schema() { qel_var_schema_free(p_); }
-
-    qel_schema *get() const noexcept { return p_; }
-    [[nodiscard]] qel_schema *release() noexcept { return std::exchange(p_, nullptr); }
-    void reset(qel_schema *owned = nullptr) noexcept { qel_var_schema_free(std::exchange(p_, owned)); }
-    explicit operator bool() const noexcept { return p_ != nullptr; }
-    operator schema_view() const &noexcept { return schema_view(p_); }
+    operator schema_view() const &noexcept { return schema_view(get()); }
     operator schema_view() const && = delete;
     /* Members, and their names, only of a named schema: a temporary's would
      * dangle. */
@@ -122,7 +116,7 @@ public:
      * `const auto &s = qel::schema().add(...)` keeps it alive: no variant is
      * built from a schema freed at the end of the statement. */
     schema &add(std::string_view name, var_type type, std::uint8_t multi = form::single) &noexcept {
-        qel_var_schema_add(p_, name.data(), static_cast<std::int64_t>(name.size()), type, multi);
+        qel_var_schema_add(get(), name.data(), static_cast<std::int64_t>(name.size()), type, multi);
         return *this;
     }
     [[nodiscard]] schema add(std::string_view name, var_type type, std::uint8_t multi = form::single) &&noexcept {
@@ -131,12 +125,11 @@ public:
     }
     /* Changes member i's type and form (not its name); out of range: nothing. */
     void set_at(std::int64_t i, var_type type, std::uint8_t multi) noexcept {
-        qel_var_schema_set_at(p_, i, type, multi);
+        qel_var_schema_set_at(get(), i, type, multi);
     }
 
 private:
-    schema(qel_schema *p, int) noexcept : p_(p) {}
-    qel_schema *p_;
+    schema(qel_schema *p, int) noexcept : unique(p) {}
 };
 
 /* ------------------------------------------------------------------------

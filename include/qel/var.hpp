@@ -26,6 +26,20 @@ struct basic_member {
 
 namespace detail {
 
+struct var_traits {
+    static constexpr qel_var *empty() noexcept { return nullptr; }
+    static void free(qel_var *p) noexcept {
+        if (p != nullptr) qel_var_free(p);
+    }
+    /* A fresh variant made a deep copy of p.  It starts from another code
+     * so that the copy re-forms it with p's type, form and schema. */
+    static qel_var *clone(const qel_var *p) noexcept {
+        qel_var *v = qel_var_new(qel_var_type(p) == QEL_VAR_UINT32 ? QEL_VAR_INT64 : QEL_VAR_UINT32, form::single);
+        qel_var_copy(v, p);
+        return v;
+    }
+};
+
 /* Walks a record's members in the order they were created, by position
  * (qel_var_member_at), skipping names whose member was freed.  Valid while
  * the record is not re-formed, shrunk or freed. */
@@ -252,17 +266,7 @@ public:
     template <class T>
         requires value<T>
     void add(const T &v) noexcept {
-        using V = std::remove_cvref_t<T>;
-        if constexpr (text_value<V>) {
-            const text_arg t = text_of(v);
-            qel_var_add_string(m(), t.bytes, t.length);
-        } else if constexpr (float_value<V>) {
-            qel_var_add_float(m(), v);
-        } else if constexpr (double_value<V>) {
-            qel_var_add_double(m(), v);
-        } else {
-            qel_var_add_long(m(), static_cast<std::int64_t>(v));
-        }
+        with_kind(var_calls::add, v, [this](auto fn, auto... value) { fn(m(), value...); });
     }
     /* Appends every value of a range (a span, a vector, a list...). */
     template <class R>
@@ -280,17 +284,7 @@ public:
     template <class T>
         requires value<T>
     void set(std::int64_t index, const T &v) noexcept {
-        using V = std::remove_cvref_t<T>;
-        if constexpr (text_value<V>) {
-            const text_arg t = text_of(v);
-            qel_var_set_string(m(), index, t.bytes, t.length);
-        } else if constexpr (float_value<V>) {
-            qel_var_set_float(m(), index, v);
-        } else if constexpr (double_value<V>) {
-            qel_var_set_double(m(), index, v);
-        } else {
-            qel_var_set_long(m(), index, static_cast<std::int64_t>(v));
-        }
+        with_kind(var_calls::set, v, [&](auto fn, auto... value) { fn(m(), index, value...); });
     }
     /* Replaces a single value. */
     template <class T>
@@ -302,17 +296,7 @@ public:
     template <class T>
         requires value<T> std::uint64_t add_x(const T &v)
     noexcept {
-        using V = std::remove_cvref_t<T>;
-        if constexpr (text_value<V>) {
-            const text_arg t = text_of(v);
-            return qel_var_add_string_x(m(), t.bytes, t.length);
-        } else if constexpr (float_value<V>) {
-            return qel_var_add_float_x(m(), v);
-        } else if constexpr (double_value<V>) {
-            return qel_var_add_double_x(m(), v);
-        } else {
-            return qel_var_add_long_x(m(), static_cast<std::int64_t>(v));
-        }
+        return with_kind(var_calls::add_x, v, [this](auto fn, auto... value) { return fn(m(), value...); });
     }
 
     /* --- variant to variant --- */
@@ -446,13 +430,12 @@ private:
 };
 
 /* Owner of a full variant: frees it (and all it owns) on destruction. */
-class var : public detail::var_ops<var> {
+class var : public unique<qel_var *, detail::var_traits>, public detail::var_ops<var> {
 public:
     /* An empty owner (holds nothing). */
     var() = default;
     /* A new variant of this type code and form, with no schema. */
-    explicit var(var_type type, std::uint8_t multi = form::single) noexcept : p_(qel_var_new(type, multi)) {}
-
+    explicit var(var_type type, std::uint8_t multi = form::single) noexcept : unique(qel_var_new(type, multi)) {}
     /* Same as the constructor. */
     [[nodiscard]] static var make(var_type type, std::uint8_t multi = form::single) noexcept {
         return var(type, multi);
@@ -480,38 +463,20 @@ public:
     /* Takes ownership of a variant from qel_var_new* (or NULL). */
     [[nodiscard]] static var adopt(qel_var *owned) noexcept {
         var v;
-        v.p_ = owned;
+        v.reset(owned);
         return v;
     }
 
-    var(var &&o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
-    var &operator=(var &&o) noexcept {
-        if (this != &o) reset(std::exchange(o.p_, nullptr));
-        return *this;
-    }
-    var(const var &) = delete;
-    var &operator=(const var &) = delete;
-    ~var() {
-        if (p_ != nullptr) qel_var_free(p_);
-    }
-
-    qel_var *get() const noexcept { return p_; }
-    [[nodiscard]] qel_var *release() noexcept { return std::exchange(p_, nullptr); }
-    void reset(qel_var *owned = nullptr) noexcept {
-        qel_var *old = std::exchange(p_, owned);
-        if (old != nullptr) qel_var_free(old);
-    }
-    void swap(var &o) noexcept { std::swap(p_, o.p_); }
-    friend void swap(var &a, var &b) noexcept { a.swap(b); }
-    explicit operator bool() const noexcept { return p_ != nullptr; }
+    using unique::get;
+    using unique::operator bool;
 
     /* Views and ranges come only from a named owner (an lvalue): those of a
      * temporary would dangle once it is freed at the end of the statement. */
-    operator var_ref() &noexcept { return var_ref(p_); }
+    operator var_ref() &noexcept { return var_ref(get()); }
     operator var_ref() && = delete;
-    operator var_cref() const &noexcept { return var_cref(p_); }
+    operator var_cref() const &noexcept { return var_cref(get()); }
     operator var_cref() const && = delete;
-    var_ref ref() &noexcept { return var_ref(p_); }
+    var_ref ref() &noexcept { return var_ref(get()); }
     var_ref ref() && = delete;
     template <detail::readable T>
     [[nodiscard]] detail::index_range<detail::var_value_getter<T>> values() const &noexcept {
@@ -533,11 +498,11 @@ public:
      * members and elements, would outlive it. */
     template <detail::readable T>
     [[nodiscard]] T get(std::int64_t index = 0) const &noexcept {
-        return detail::get_var_value<T>(p_, index);
+        return detail::get_var_value<T>(get(), index);
     }
     template <detail::readable T>
         requires(!std::same_as<T, std::string_view>)
-    [[nodiscard]] T get(std::int64_t index = 0) const &&noexcept { return detail::get_var_value<T>(p_, index); }
+    [[nodiscard]] T get(std::int64_t index = 0) const &&noexcept { return detail::get_var_value<T>(get(), index); }
     template <std::same_as<std::string_view> T>
     void get(std::int64_t index = 0) const && = delete;
     var_ref member(std::string_view name) &noexcept { return var_ops::member(name); }
@@ -577,18 +542,11 @@ public:
     void add_new(R &&) && = delete;
     std::span<std::byte> buffer() &noexcept { return var_ops::buffer(); }
     void buffer() && = delete;
-
-private:
-    qel_var *p_ = nullptr;
 };
 
 template <class D, class CRef>
 inline var detail::var_read_ops<D, CRef>::clone() const noexcept {
-    /* Start from another code so that the copy re-forms the new variant with
-     * the source's type, form and schema. */
-    var v(qel_var_type(c()) == 1 ? 2u : 1u, form::single);
-    qel_var_copy(v.get(), c());
-    return v;
+    return var::adopt(var_traits::clone(c()));
 }
 
 /* Any full-variant handle. */
