@@ -91,15 +91,15 @@ inline constexpr std::uint8_t multi = 1;
 /* Where a full variant of a given code keeps its value. */
 enum class storage : std::uint8_t { bits32, bits64, bytes, record };
 
-/* The storage class of a full variant type code, as the library decides it. */
+/* The storage class of a full variant type code, as the library decides it:
+ * codes 2, 3 and 9 are stored as QEL_VAR_UINT32 is, and 8 as QEL_VAR_BYTES;
+ * code 0 and every code from 10 upward are records. */
 constexpr storage storage_of(var_type type) noexcept {
-    if (type <= 9) {
-        const std::uint32_t bit = std::uint32_t{1} << type;
-        if (bit & 0x22eu) return storage::bits32;
-        if (bit & 0x50u) return storage::bits64;
-        if (bit & 0x180u) return storage::bytes;
-    }
-    return storage::record;
+    constexpr storage by_code[QEL_VAR_FIRST_RECORD] = {
+        storage::record, storage::bits32, storage::bits32, storage::bits32, storage::bits64,
+        storage::bits32, storage::bits64, storage::bytes,  storage::bytes,  storage::bits32,
+    };
+    return type < QEL_VAR_FIRST_RECORD ? by_code[static_cast<std::uint32_t>(type)] : storage::record;
 }
 
 /* Sort direction of var::sort (the C flag: nonzero ascending, 0 descending). */
@@ -257,40 +257,30 @@ struct search_key {
 template <class T>
 inline void make_key(search_key &k, std::uint32_t type, const T &v) noexcept {
     using D = std::remove_cvref_t<T>;
+    const storage where = storage_of(type);
     if constexpr (text_value<D>) {
-        if (type == 7 || type == 8) {
+        if (where == storage::bytes) {
             const text_arg t = text_of(v);
             k.ptr = t.bytes != nullptr ? static_cast<const void *>(t.bytes) : static_cast<const void *>("");
             k.length = t.length;
         }
-    } else {
-        switch (type) {
-        case 1:
-        case 2:
-        case 3:
-        case 9:
-            if constexpr (integer_value<D>) k.u32 = low32(static_cast<std::int64_t>(v));
-            else k.u32 = low32(truncate(static_cast<double>(v)));
-            k.ptr = &k.u32;
-            break;
-        case 5:
-            if constexpr (integer_value<D>) k.f32 = static_cast<float>(static_cast<std::int64_t>(v));
-            else if constexpr (float_value<D>) k.f32 = v;
-            else k.f32 = nearest_float(v);
-            k.ptr = &k.f32;
-            break;
-        case 4:
-            if constexpr (integer_value<D>) k.i64 = static_cast<std::int64_t>(v);
-            else k.i64 = truncate(static_cast<double>(v));
-            k.ptr = &k.i64;
-            break;
-        case 6:
-            if constexpr (integer_value<D>) k.f64 = static_cast<double>(static_cast<std::int64_t>(v));
-            else k.f64 = static_cast<double>(v);
-            k.ptr = &k.f64;
-            break;
-        default: break;
-        }
+    } else if (where == storage::bits32 && type == QEL_VAR_FLOAT) {
+        if constexpr (integer_value<D>) k.f32 = static_cast<float>(static_cast<std::int64_t>(v));
+        else if constexpr (float_value<D>) k.f32 = v;
+        else k.f32 = nearest_float(v);
+        k.ptr = &k.f32;
+    } else if (where == storage::bits32) {
+        if constexpr (integer_value<D>) k.u32 = low32(static_cast<std::int64_t>(v));
+        else k.u32 = low32(truncate(static_cast<double>(v)));
+        k.ptr = &k.u32;
+    } else if (where == storage::bits64 && type == QEL_VAR_DOUBLE) {
+        if constexpr (integer_value<D>) k.f64 = static_cast<double>(static_cast<std::int64_t>(v));
+        else k.f64 = static_cast<double>(v);
+        k.ptr = &k.f64;
+    } else if (where == storage::bits64) {
+        if constexpr (integer_value<D>) k.i64 = static_cast<std::int64_t>(v);
+        else k.i64 = truncate(static_cast<double>(v));
+        k.ptr = &k.i64;
     }
 }
 

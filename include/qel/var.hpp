@@ -696,7 +696,7 @@ inline std::partial_ordering operator<=>(const A &a, const B &b) noexcept {
     const qel_var *y = detail::var_ptr(b);
     if (x->multi != y->multi) return static_cast<std::int8_t>(x->multi) <=> static_cast<std::int8_t>(y->multi);
     if (x->type != y->type) return x->type <=> y->type;
-    if ((x->type == 5 || x->type == 6) && (detail::holds_nan(x) || detail::holds_nan(y)))
+    if ((x->type == QEL_VAR_FLOAT || x->type == QEL_VAR_DOUBLE) && (detail::holds_nan(x) || detail::holds_nan(y)))
         return std::partial_ordering::unordered;
     return qel_var_cmp(x, y) <=> 0;
 }
