@@ -66,6 +66,15 @@ inline bool tracing() {
   return on;
 }
 
+// One operation of a model driver under the name its traces print.  Its
+// step gets what the driver decoded before it (a Step) and returns whether
+// the model is checked whole afterwards (a read checks what it read).
+template <class Step>
+struct Operation {
+  const char *name;
+  bool (*run)(Step &);
+};
+
 }  // namespace fz
 
 #define FZ_TRACE(...)                                                                 \
