@@ -15,6 +15,8 @@
 #include <tuple>
 #include <vector>
 
+#include "print_var.h"
+
 namespace {
 
 constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
@@ -730,6 +732,15 @@ TEST(Cpp, OrderFollowsTheLibrarysComparison) {
   EXPECT_TRUE(x < y);  // a prefix orders first
   x.add(5.0);
   EXPECT_TRUE(x > y);
+}
+
+TEST(Cpp, FailedComparisonsPrintVariantsAsJson) {
+  qel::var x(qel::code::f64, qel::form::multi), s(qel::code::bytes);
+  x.add_all({1.5, std::numeric_limits<double>::infinity()});
+  s.set(std::string_view("a\xff", 2));
+  EXPECT_EQ(testing::PrintToString(x), "[1.5,null]");
+  EXPECT_EQ(testing::PrintToString(qel::var_cref(s)), R"("a\u00ff")");
+  EXPECT_EQ(testing::PrintToString(static_cast<const qel_var *>(nullptr)), "(null qel_var)");
 }
 
 }  // namespace

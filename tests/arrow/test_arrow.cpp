@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "arrow_hand.h"
+#include "print_var.h"
 
 namespace {
 
@@ -169,7 +170,7 @@ TEST_F(Arrow, RecordsExportAsStructsAndReadBackEqual) {
   EXPECT_STREQ(s_.children[5]->children[0]->children[1]->format, "+l");
   qel_var *back = qel_var_new_x(20, 1, nullptr, resolve);
   ASSERT_EQ(qel_arrow_import(back, &s_, &a_, nullptr, resolve, 0, &err_), QEL_ARROW_OK) << err_.message;
-  EXPECT_TRUE(qel_var_equal(back, v));
+  EXPECT_EQ(qel::var_cref(back), qel::var_cref(v));
   // Without a resolver the rows take the array's schema, and members theirs
   // from the context (none here: the child's columns are unknown).
   qel_var *moved = qel_var_new_x(20, 1, g_rec, nullptr);
@@ -189,7 +190,7 @@ TEST_F(Arrow, RecordsExportAsStructsAndReadBackEqual) {
   EXPECT_EQ(qel_arrow_import(back, &s_, &a_, nullptr, resolve, 0, &err_), QEL_ARROW_ERR_NULL);
   EXPECT_EQ(err_.row, 2);
   EXPECT_STREQ(err_.path, "id");
-  EXPECT_TRUE(qel_var_equal(back, before));
+  EXPECT_EQ(qel::var_cref(back), qel::var_cref(before));
   ASSERT_EQ(qel_arrow_import(back, &s_, &a_, nullptr, resolve, QEL_ARROW_SKIP_NULLS, &err_), QEL_ARROW_OK);
   EXPECT_EQ(qel_var_get_long(member(qel_var_get_var_x(back, 2), "id"), 0), 0);
   EXPECT_EQ(qel_var_get_long(member(qel_var_get_var_x(back, 3), "id"), 0), 3);
@@ -224,7 +225,7 @@ TEST_F(Arrow, CallerValuesTravelAsSiblingColumns) {
   qel_var *nums_back = qel_var_new(4, 1);
   ASSERT_EQ(qel_arrow_import(nums_back, &s_, &a_, nullptr, nullptr, QEL_ARROW_CALLER_VALUES, &err_), QEL_ARROW_OK);
   EXPECT_EQ(qel_var_get_buf(nums_back, 0), 123u);
-  EXPECT_TRUE(qel_var_equal(nums_back, nums));
+  EXPECT_EQ(qel::var_cref(nums_back), qel::var_cref(nums));
   for (qel_var *p : {v, back, nums, nums_back}) qel_var_free(p);
 }
 
@@ -235,7 +236,7 @@ TEST_F(Arrow, ImportTakesExactValuesAndLeavesTheDestinationOnError) {
   qel_var_add_integer(keep, 42);
   EXPECT_EQ(take(u, *hand::numbers<int8_t>("c", {3, -1})), QEL_ARROW_ERR_RANGE);
   EXPECT_EQ(err_.row, 1);
-  EXPECT_TRUE(qel_var_equal(u, keep));
+  EXPECT_EQ(qel::var_cref(u), qel::var_cref(keep));
   ASSERT_EQ(take(u, *hand::numbers<uint64_t>("L", {4294967295u, 5})), QEL_ARROW_OK);
   EXPECT_EQ(qel_var_get_integer(u, 0), 4294967295);
   EXPECT_EQ(take(u, *hand::numbers<uint64_t>("L", {4294967296u})), QEL_ARROW_ERR_RANGE);
@@ -335,7 +336,7 @@ TEST_F(Arrow, ImportChecksStructureBeforeReading) {
     auto c = hand::record(std::move(k), 2);
     spoil(*c);
     EXPECT_EQ(take(dst, *c), code) << err_.message;
-    EXPECT_TRUE(qel_var_equal(dst, keep));
+    EXPECT_EQ(qel::var_cref(dst), qel::var_cref(keep));
   };
   broken([](hand::col &c) { c.kids[0]->a.length = 1; }, QEL_ARROW_ERR_INVALID);              // child too short
   broken([](hand::col &c) { c.kids[1]->bytes[1][4] = 5; }, QEL_ARROW_ERR_INVALID);           // offsets past child
@@ -390,13 +391,13 @@ TEST_F(Arrow, StreamsChunksAndReadsThemBack) {
   ASSERT_EQ(qel_arrow_export_stream(v, 3, 0, &st, &err_), QEL_ARROW_OK);
   qel_var *back = qel_var_new_x(20, 1, nullptr, resolve);
   ASSERT_EQ(qel_arrow_import_stream(back, &st, nullptr, resolve, 0, &err_), QEL_ARROW_OK) << err_.message;
-  EXPECT_TRUE(qel_var_equal(back, v));
+  EXPECT_EQ(qel::var_cref(back), qel::var_cref(v));
   st.get_next = fail_next;
   st.get_last_error = why;
   qel_var *keep = records(10);
   EXPECT_EQ(qel_arrow_import_stream(back, &st, nullptr, resolve, 0, &err_), QEL_ARROW_ERR_STREAM);
   EXPECT_NE(std::strstr(err_.message, "broken source"), nullptr);
-  EXPECT_TRUE(qel_var_equal(back, keep));
+  EXPECT_EQ(qel::var_cref(back), qel::var_cref(keep));
   st.release(&st);
 
   qel_var *text = qel_var_new(7, 1);
