@@ -250,7 +250,7 @@ class writer {
 
 }  // namespace
 
-extern "C" int qel_json_write(const qel_var *v, qel_stream *out, unsigned flags) {
+extern "C" QEL_API int qel_json_write(const qel_var *v, qel_stream *out, unsigned flags) {
   writer w(out, flags);
   return w.run(v);
 }

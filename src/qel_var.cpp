@@ -390,17 +390,15 @@ void qel::var_move_storage(qel_var *dst, qel_var *src) {
 // Requires a variant or NULL; the element destructor of record arrays.
 void qel_var_term(void *var) { qel_var_free(static_cast<qel_var *>(var)); }
 
-extern "C" {
-
 // Requires nothing; a variant with no schema and a fresh value.
-qel_var *qel_var_new(uint32_t type, uint8_t multi) {
+extern "C" QEL_API qel_var *qel_var_new(uint32_t type, uint8_t multi) {
   qel_var *var = qel::var_alloc(type, multi, nullptr);
   qel::var_init_at(var, nullptr, nullptr, nullptr);
   return var;
 }
 
 // Requires a variant; re-forms it unless type and multi byte already match.
-void qel_var_change(qel_var *var, uint32_t type, uint8_t multi) {
+extern "C" QEL_API void qel_var_change(qel_var *var, uint32_t type, uint8_t multi) {
   if (var->type == type && var->multi == multi) return;
   qel_var_free_x(var);
   var->type = type;
@@ -409,7 +407,7 @@ void qel_var_change(qel_var *var, uint32_t type, uint8_t multi) {
 }
 
 // Requires a variant or NULL (which does nothing).
-void qel_var_free(qel_var *var) {
+extern "C" QEL_API void qel_var_free(qel_var *var) {
   if (var == nullptr) return;
   if (storage_of(var->type) == storage::record) return qel::var_free_tree(var);
   qel_var_free_x(var);
@@ -417,13 +415,13 @@ void qel_var_free(qel_var *var) {
 }
 
 // Requires a variant.
-uint32_t qel_var_type(const qel_var *var) { return var->type; }
+extern "C" QEL_API uint32_t qel_var_type(const qel_var *var) { return var->type; }
 
 // Requires a variant; the multi byte sign-extended.
-int qel_var_multi(const qel_var *var) { return static_cast<int8_t>(var->multi); }
+extern "C" QEL_API int qel_var_multi(const qel_var *var) { return static_cast<int8_t>(var->multi); }
 
 // Requires a variant; 0 in the single form, else the element count.
-int64_t qel_var_size(const qel_var *var) {
+extern "C" QEL_API int64_t qel_var_size(const qel_var *var) {
   if (var->multi == 0) return 0;
   switch (storage_of(var->type)) {
     case storage::bits32: return qel_detail::in_use(&var->data.arrayd);
@@ -437,30 +435,38 @@ int64_t qel_var_size(const qel_var *var) {
 // ---- numbers ----
 
 // Requires a variant (all twelve below).
-void qel_var_add_integer(qel_var *var, int64_t value) { add_value(var, value); }
-void qel_var_add_long(qel_var *var, int64_t value) { add_value(var, value); }
-void qel_var_add_float(qel_var *var, float value) { add_value(var, value); }
-void qel_var_add_double(qel_var *var, double value) { add_value(var, value); }
-void qel_var_set_integer(qel_var *var, int64_t index, int64_t value) { set_value(var, index, value); }
-void qel_var_set_long(qel_var *var, int64_t index, int64_t value) { set_value(var, index, value); }
-void qel_var_set_float(qel_var *var, int64_t index, float value) { set_value(var, index, value); }
-void qel_var_set_double(qel_var *var, int64_t index, double value) { set_value(var, index, value); }
-int64_t qel_var_get_integer(const qel_var *var, int64_t index) { return get_value<int64_t>(var, index); }
-int64_t qel_var_get_long(const qel_var *var, int64_t index) { return get_value<int64_t>(var, index); }
-float qel_var_get_float(const qel_var *var, int64_t index) { return get_value<float>(var, index); }
-double qel_var_get_double(const qel_var *var, int64_t index) { return get_value<double>(var, index); }
+extern "C" QEL_API void qel_var_add_integer(qel_var *var, int64_t value) { add_value(var, value); }
+extern "C" QEL_API void qel_var_add_long(qel_var *var, int64_t value) { add_value(var, value); }
+extern "C" QEL_API void qel_var_add_float(qel_var *var, float value) { add_value(var, value); }
+extern "C" QEL_API void qel_var_add_double(qel_var *var, double value) { add_value(var, value); }
+extern "C" QEL_API void qel_var_set_integer(qel_var *var, int64_t index, int64_t value) {
+  set_value(var, index, value);
+}
+extern "C" QEL_API void qel_var_set_long(qel_var *var, int64_t index, int64_t value) { set_value(var, index, value); }
+extern "C" QEL_API void qel_var_set_float(qel_var *var, int64_t index, float value) { set_value(var, index, value); }
+extern "C" QEL_API void qel_var_set_double(qel_var *var, int64_t index, double value) { set_value(var, index, value); }
+extern "C" QEL_API int64_t qel_var_get_integer(const qel_var *var, int64_t index) {
+  return get_value<int64_t>(var, index);
+}
+extern "C" QEL_API int64_t qel_var_get_long(const qel_var *var, int64_t index) {
+  return get_value<int64_t>(var, index);
+}
+extern "C" QEL_API float qel_var_get_float(const qel_var *var, int64_t index) { return get_value<float>(var, index); }
+extern "C" QEL_API double qel_var_get_double(const qel_var *var, int64_t index) {
+  return get_value<double>(var, index);
+}
 
 // ---- strings ----
 
 // Requires a variant and length readable bytes at text (negative: measured).
-void qel_var_add_string(qel_var *var, const char *text, int64_t length) {
+extern "C" QEL_API void qel_var_add_string(qel_var *var, const char *text, int64_t length) {
   if (var->multi == 0 || storage_of(var->type) != storage::bytes) return;
   if (!measure(text, length)) return;
   qel_array_append(&var->data.array, text, length, 0);  // safe with bytes from its own pool
 }
 
 // Requires a variant and length readable bytes at text (negative: measured).
-void qel_var_set_string(qel_var *var, int64_t index, const char *text, int64_t length) {
+extern "C" QEL_API void qel_var_set_string(qel_var *var, int64_t index, const char *text, int64_t length) {
   if (storage_of(var->type) != storage::bytes) return;
   if (!measure(text, length)) return;
   // Both containers accept bytes from their own storage.
@@ -469,7 +475,8 @@ void qel_var_set_string(qel_var *var, int64_t index, const char *text, int64_t l
 }
 
 // Requires a variant and two outputs; NULL and 0 unless a string is there.
-void qel_var_get_string(const qel_var *var, int64_t index, const char **text_out, int64_t *length_out) {
+extern "C" QEL_API void qel_var_get_string(const qel_var *var, int64_t index, const char **text_out,
+                                           int64_t *length_out) {
   *text_out = nullptr;
   *length_out = 0;
   if (storage_of(var->type) != storage::bytes) return;
@@ -485,7 +492,7 @@ void qel_var_get_string(const qel_var *var, int64_t index, const char **text_out
 
 // Requires two variants (may be the same): appends src's value or values to
 // the array dst of the same type code.
-void qel_var_add_var(qel_var *dst, const qel_var *src) {
+extern "C" QEL_API void qel_var_add_var(qel_var *dst, const qel_var *src) {
   if (dst->multi == 0 || dst->type != src->type) return;
   const storage cls = storage_of(src->type);
   if (src->multi == 0) {
@@ -509,7 +516,7 @@ void qel_var_add_var(qel_var *dst, const qel_var *src) {
 
 // Requires two variants (may be the same): stores src's first value into dst
 // (element index of an array dst) when the type codes agree.
-void qel_var_set_var(qel_var *dst, int64_t index, const qel_var *src) {
+extern "C" QEL_API void qel_var_set_var(qel_var *dst, int64_t index, const qel_var *src) {
   if (dst->type != src->type) return;
   switch (storage_of(src->type)) {
     case storage::bits32: put32(dst, index, get32(src, 0)); return;
@@ -527,7 +534,7 @@ void qel_var_set_var(qel_var *dst, int64_t index, const qel_var *src) {
 
 // Requires two variants (may overlap): makes dst a single variant of src's
 // type code holding src's value at index.
-void qel_var_get_var(const qel_var *src, int64_t index, qel_var *dst) {
+extern "C" QEL_API void qel_var_get_var(const qel_var *src, int64_t index, qel_var *dst) {
   const bool reform = dst->type != src->type || dst->multi != 0;
   // Every value is read before dst is re-formed: src may be dst itself or
   // live inside it.
@@ -559,5 +566,3 @@ void qel_var_get_var(const qel_var *src, int64_t index, qel_var *dst) {
       return;
   }
 }
-
-}  // extern "C"

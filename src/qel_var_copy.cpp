@@ -310,11 +310,9 @@ void append_values(qel_var *dst, const qel_var *src) {
 // Requires two variants with disjoint trees.
 void qel::var_copy_into(qel_var *dst, const qel_var *src) { copier(false).run(dst, src); }
 
-extern "C" {
-
 // Requires two variants (may be the same or nested in one another): dst
 // becomes a deep copy of src; a record dst keeps members src does not have.
-void qel_var_copy(qel_var *dst, const qel_var *src) {
+extern "C" QEL_API void qel_var_copy(qel_var *dst, const qel_var *src) {
   if (dst == src) return;
   if (contains(dst, src) || contains(src, dst)) {
     qel_var *snapshot = replica_of(src);
@@ -327,7 +325,7 @@ void qel_var_copy(qel_var *dst, const qel_var *src) {
 
 // Requires two variants (may be the same or nested in one another): dst
 // becomes an array of src's type code ending with src's value or values.
-void qel_var_append(qel_var *dst, const qel_var *src) {
+extern "C" QEL_API void qel_var_append(qel_var *dst, const qel_var *src) {
   const bool reforms = dst->type != src->type || dst->multi == 0;
   // Re-forming releases dst, which may be src or hold it; and when src holds
   // dst, dst's growth would show in the copies of src still to be made (and
@@ -342,5 +340,3 @@ void qel_var_append(qel_var *dst, const qel_var *src) {
   if (reforms) reform(dst, src->type, 1, src->schema);
   append_values(dst, src);
 }
-
-}  // extern "C"

@@ -153,20 +153,18 @@ const qel_hash *members_of(const qel_var *rec) {
 
 }  // namespace
 
-extern "C" {
-
 // Requires two variants; 1 when they hold the same value, else 0.
-QEL_API int qel_var_equal(const qel_var *a, const qel_var *b) { return equal(a, b) ? 1 : 0; }
+extern "C" QEL_API int qel_var_equal(const qel_var *a, const qel_var *b) { return equal(a, b) ? 1 : 0; }
 
 // Requires a variant; the entries of a single record's member hash, else 0.
-QEL_API int64_t qel_var_member_count(const qel_var *rec) {
+extern "C" QEL_API int64_t qel_var_member_count(const qel_var *rec) {
   const qel_hash *h = members_of(rec);
   return h != nullptr ? h->priv_count : 0;
 }
 
 // Requires a variant; entry i of a single record's member hash (name and
 // member), or NULL and an empty name.
-QEL_API qel_var *qel_var_member_at(const qel_var *rec, int64_t i, const char **name, int64_t *name_len) {
+extern "C" QEL_API qel_var *qel_var_member_at(const qel_var *rec, int64_t i, const char **name, int64_t *name_len) {
   const qel_hash *h = members_of(rec);
   const qel_hash_entry *e = nullptr;
   if (h != nullptr && i >= 0 && i < h->priv_count) e = qel_detail::hash_entry_at(h, static_cast<uint32_t>(i));
@@ -174,5 +172,3 @@ QEL_API qel_var *qel_var_member_at(const qel_var *rec, int64_t i, const char **n
   if (name_len != nullptr) *name_len = e != nullptr ? e->key_length : 0;
   return e != nullptr ? static_cast<qel_var *>(e->value) : nullptr;
 }
-
-}  // extern "C"

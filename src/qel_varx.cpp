@@ -42,34 +42,33 @@ qel_var *qel::var_new_at(uint32_t type, uint8_t multi, void *context, qel_schema
   return var;
 }
 
-extern "C" {
-
 // ---- schemas ----
 
 // Requires nothing; an empty schema.
-qel_schema *qel_var_schema_new(void) {
+extern "C" QEL_API qel_schema *qel_var_schema_new(void) {
   qel_schema *schema = ::new (qel_malloc(sizeof(qel_schema))) qel_schema;
   qel_array_init(schema, 0);
   return schema;
 }
 
 // Requires a schema or NULL (which does nothing).
-void qel_var_schema_free(qel_schema *schema) {
+extern "C" QEL_API void qel_var_schema_free(qel_schema *schema) {
   if (schema == nullptr) return;
   qel_array_term(schema);
   qel_free(schema);
 }
 
 // Requires a schema or NULL (which does nothing); the length is not measured.
-void qel_var_schema_add(qel_schema *schema, const char *name, int64_t length, uint32_t type, uint8_t multi) {
+extern "C" QEL_API void qel_var_schema_add(qel_schema *schema, const char *name, int64_t length, uint32_t type,
+                                           uint8_t multi) {
   if (schema == nullptr) return;
   qel_array_append(schema, name, length, pack_tag(type, multi));
 }
 
 // Requires a schema and two outputs: index of the first member of this name
 // (outputs set), or -1 (outputs untouched).
-int qel_var_schema_find(const qel_schema *schema, const char *name, int64_t length, uint32_t *type_out,
-                        uint8_t *multi_out) {
+extern "C" QEL_API int qel_var_schema_find(const qel_schema *schema, const char *name, int64_t length,
+                                           uint32_t *type_out, uint8_t *multi_out) {
   for (int64_t i = 0, n = qel_detail::in_use(schema); i < n; ++i) {
     qel_char_view view{nullptr, 0};
     const uint32_t tag = qel_array_get_at(schema, i, &view.bytes, &view.length);
@@ -82,18 +81,18 @@ int qel_var_schema_find(const qel_schema *schema, const char *name, int64_t leng
 }
 
 // Requires a schema.
-int64_t qel_var_schema_size(const qel_schema *schema) { return qel_detail::in_use(schema); }
+extern "C" QEL_API int64_t qel_var_schema_size(const qel_schema *schema) { return qel_detail::in_use(schema); }
 
 // Requires a schema; an index outside the members does nothing.
-void qel_var_schema_set_at(qel_schema *schema, int64_t index, uint32_t type, uint8_t multi) {
+extern "C" QEL_API void qel_var_schema_set_at(qel_schema *schema, int64_t index, uint32_t type, uint8_t multi) {
   if (index < 0 || index >= qel_detail::in_use(schema)) return;
   qel_array_update_at(schema, index, pack_tag(type, multi));
 }
 
 // Requires a schema and four outputs: the member's name as the schema holds
 // it (NULL, 0 outside the members); type and multi only for a nonzero tag.
-void qel_var_schema_get_at(const qel_schema *schema, int64_t index, const char **name_out, int64_t *length_out,
-                           uint32_t *type_out, uint8_t *multi_out) {
+extern "C" QEL_API void qel_var_schema_get_at(const qel_schema *schema, int64_t index, const char **name_out,
+                                              int64_t *length_out, uint32_t *type_out, uint8_t *multi_out) {
   *name_out = nullptr;
   *length_out = 0;
   if (index < 0 || index >= qel_detail::in_use(schema)) return;
@@ -102,19 +101,20 @@ void qel_var_schema_get_at(const qel_schema *schema, int64_t index, const char *
 }
 
 // Requires a variant; the schema as stored.
-qel_schema *qel_var_schema(const qel_var *var) { return var->schema; }
+extern "C" QEL_API qel_schema *qel_var_schema(const qel_var *var) { return var->schema; }
 
 // ---- construction ----
 
 // Requires a resolver that returns a schema (or NULL) for record codes, or
 // no resolver and a context that is a schema (or NULL) for a single record.
-qel_var *qel_var_new_x(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver) {
+extern "C" QEL_API qel_var *qel_var_new_x(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver) {
   return qel::var_new_at(type, multi, context, resolver, nullptr);
 }
 
 // Requires a variant, and context and resolver as for qel_var_new_x; does
 // nothing when type code and multi byte already match.
-void qel_var_change_x(qel_var *var, uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver) {
+extern "C" QEL_API void qel_var_change_x(qel_var *var, uint32_t type, uint8_t multi, void *context,
+                                         qel_schema_resolver resolver) {
   if (var->type == type && var->multi == multi) return;
   qel_var_free_x(var);
   var->type = type;
@@ -122,5 +122,3 @@ void qel_var_change_x(qel_var *var, uint32_t type, uint8_t multi, void *context,
   var->schema = resolver != nullptr ? resolver(context, type) : static_cast<qel_schema *>(context);
   qel_var_init(var, context, resolver);
 }
-
-}  // extern "C"

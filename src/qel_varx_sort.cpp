@@ -158,11 +158,9 @@ int64_t search(const qel_var *var, const void *key, int64_t len) {
 
 }  // namespace
 
-extern "C" {
-
 // Requires a variant; sorts a multi variant's values in place (nonzero flag
 // ascending), each caller value moving with its value.
-QEL_API void qel_var_qsort(qel_var *var, int flag) {
+extern "C" QEL_API void qel_var_qsort(qel_var *var, int flag) {
   if (var->multi == 0) return;
   switch (var->type) {
     case 1:
@@ -181,7 +179,7 @@ QEL_API void qel_var_qsort(qel_var *var, int flag) {
 // Requires a variant, and a key of the storage width (or bytes for 7, 8);
 // linear search, -1 when the variant cannot be searched.  A numeric key the
 // keyed-insert index holds is found there first, with no call.
-QEL_API int64_t qel_var_find(const qel_var *var, const void *key, int64_t len) {
+extern "C" QEL_API int64_t qel_var_find(const qel_var *var, const void *key, int64_t len) {
   if (var->multi != 0 && key != nullptr) {
     const storage cls = storage_of(var->type);
     if (cls == storage::bits32) {
@@ -201,13 +199,13 @@ QEL_API int64_t qel_var_find(const qel_var *var, const void *key, int64_t len) {
 
 // Requires a variant sorted ascending; binary search, -1 when the variant
 // cannot be searched.
-QEL_API int64_t qel_var_bfind(const qel_var *var, const void *key, int64_t len) { return search<true>(var, key, len); }
+extern "C" QEL_API int64_t qel_var_bfind(const qel_var *var, const void *key, int64_t len) {
+  return search<true>(var, key, len);
+}
 
 // Requires two variants; orders by multi byte, then type code, then value.
-QEL_API int qel_var_cmp(const qel_var *a, const qel_var *b) {
+extern "C" QEL_API int qel_var_cmp(const qel_var *a, const qel_var *b) {
   if (a->multi != b->multi) return static_cast<int8_t>(a->multi) - static_cast<int8_t>(b->multi);
   if (a->type != b->type) return static_cast<int32_t>(a->type - b->type);
   return a->multi == 0 ? compare_single(a, b) : compare_multi(a, b);
 }
-
-}  // extern "C"

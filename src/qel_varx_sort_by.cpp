@@ -76,10 +76,8 @@ qel_var blank_view(const qel_var *var) {
 
 }  // namespace
 
-extern "C" {
-
 // Requires a variant; sorts an array stably by compare (NULL: nothing).
-QEL_API void qel_var_sort_by(qel_var *var, qel_var_compare compare, void *context) {
+extern "C" QEL_API void qel_var_sort_by(qel_var *var, qel_var_compare compare, void *context) {
   if (var->multi == 0 || compare == nullptr) return;
   qel_var x = blank_view(var);
   qel_var y = x;
@@ -125,5 +123,3 @@ QEL_API void qel_var_sort_by(qel_var *var, qel_var_compare compare, void *contex
     }
   }
 }
-
-}  // extern "C"

@@ -73,8 +73,8 @@ bool export_one(reporter &ex, const qel_xvar *x, ArrowSchema *s, ArrowArray *a) 
 
 using qel::arrow::segment;
 
-extern "C" int qel_arrow_export_xvar(const qel_xvar *x, unsigned flags, ArrowSchema *schema, ArrowArray *array,
-                                     qel_arrow_error *err) {
+extern "C" QEL_API int qel_arrow_export_xvar(const qel_xvar *x, unsigned flags, ArrowSchema *schema, ArrowArray *array,
+                                             qel_arrow_error *err) {
   qel::arrow::reporter ex(flags, err);
   schema->release = nullptr;
   array->release = nullptr;
@@ -100,8 +100,8 @@ extern "C" int qel_arrow_export_xvar(const qel_xvar *x, unsigned flags, ArrowSch
   return ex.code();
 }
 
-extern "C" int qel_arrow_export_xvars(const qel_xvars *xs, unsigned flags, ArrowSchema *schema, ArrowArray *array,
-                                      qel_arrow_error *err) {
+extern "C" QEL_API int qel_arrow_export_xvars(const qel_xvars *xs, unsigned flags, ArrowSchema *schema,
+                                              ArrowArray *array, qel_arrow_error *err) {
   qel::arrow::reporter ex(flags, err);
   schema->release = nullptr;
   array->release = nullptr;

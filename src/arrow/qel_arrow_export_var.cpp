@@ -193,8 +193,8 @@ bool export_var_rows(reporter &ex, const qel_var *v, int64_t begin, int64_t n, A
 
 }  // namespace qel::arrow
 
-extern "C" int qel_arrow_export_var(const qel_var *v, unsigned flags, ArrowSchema *schema, ArrowArray *array,
-                                    qel_arrow_error *err) {
+extern "C" QEL_API int qel_arrow_export_var(const qel_var *v, unsigned flags, ArrowSchema *schema, ArrowArray *array,
+                                            qel_arrow_error *err) {
   qel::arrow::reporter ex(flags, err);
   schema->release = nullptr;
   array->release = nullptr;

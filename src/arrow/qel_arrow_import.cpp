@@ -567,8 +567,8 @@ void commit(qel_var *dst, qel_var *work) {
 
 }  // namespace
 
-extern "C" int qel_arrow_import(qel_var *dst, const ArrowSchema *schema, const ArrowArray *array, void *context,
-                                qel_schema_resolver resolver, unsigned flags, qel_arrow_error *err) {
+extern "C" QEL_API int qel_arrow_import(qel_var *dst, const ArrowSchema *schema, const ArrowArray *array, void *context,
+                                        qel_schema_resolver resolver, unsigned flags, qel_arrow_error *err) {
   qel::arrow::reporter rep(flags, err);
   if (dst->multi == 0) {
     rep.fail(QEL_ARROW_ERR_TYPE, -1, "expected a destination in the multi form, found code %u in the single form",
@@ -588,8 +588,8 @@ extern "C" int qel_arrow_import(qel_var *dst, const ArrowSchema *schema, const A
   return QEL_ARROW_OK;
 }
 
-extern "C" int qel_arrow_import_stream(qel_var *dst, ArrowArrayStream *stream, void *context,
-                                       qel_schema_resolver resolver, unsigned flags, qel_arrow_error *err) {
+extern "C" QEL_API int qel_arrow_import_stream(qel_var *dst, ArrowArrayStream *stream, void *context,
+                                               qel_schema_resolver resolver, unsigned flags, qel_arrow_error *err) {
   qel::arrow::reporter rep(flags, err);
   if (dst->multi == 0) {
     rep.fail(QEL_ARROW_ERR_TYPE, -1, "expected a destination in the multi form, found code %u in the single form",

@@ -74,8 +74,8 @@ void release(ArrowArrayStream *st) {
 }  // namespace
 }  // namespace qel::arrow
 
-extern "C" int qel_arrow_export_stream(const qel_var *v, int64_t chunk_rows, unsigned flags, ArrowArrayStream *out,
-                                       qel_arrow_error *err) {
+extern "C" QEL_API int qel_arrow_export_stream(const qel_var *v, int64_t chunk_rows, unsigned flags,
+                                               ArrowArrayStream *out, qel_arrow_error *err) {
   out->release = nullptr;
   qel::arrow::reporter ex(flags, err);
   ArrowSchema s;
