@@ -11,6 +11,15 @@ if(QEL_SANITIZE)
   add_link_options(-fsanitize=${QEL_SANITIZE})
 endif()
 
+# What the headers require of a caller and the library does not answer with a
+# defined result (a NULL object) is checked in Debug and sanitizer builds
+# (QEL_REQUIRE aborts naming it) and compiled out of every other build.
+if(QEL_SANITIZE)
+  add_compile_definitions(QEL_CHECK_REQUIRES=1)
+else()
+  add_compile_definitions($<$<CONFIG:Debug>:QEL_CHECK_REQUIRES=1>)
+endif()
+
 # The shared objects: C ABI outside, no exceptions, no RTTI, only the marked
 # functions exported, and no run-time dependency on libstdc++ or libgcc_s.
 # They are linked by the C driver so libstdc++ is never pulled in, and

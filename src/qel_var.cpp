@@ -4,6 +4,7 @@
 #include "internal/qel_convert.h"
 #include "internal/qel_var_internal.h"
 #include "qel_std_internal.h"
+#include "qel_require.h"
 
 #include <cstdint>
 #include <cstring>
@@ -388,7 +389,9 @@ void qel::var_move_storage(qel_var *dst, qel_var *src) {
 }
 
 // Requires a variant or NULL; the element destructor of record arrays.
-void qel_var_term(void *var) { qel_var_free(static_cast<qel_var *>(var)); }
+void qel_var_term(void *var) {
+  if (var != nullptr) qel_var_free(static_cast<qel_var *>(var));
+}
 
 // Requires nothing; a variant with no schema and a fresh value.
 extern "C" QEL_API qel_var *qel_var_new(uint32_t type, uint8_t multi) {
@@ -399,6 +402,7 @@ extern "C" QEL_API qel_var *qel_var_new(uint32_t type, uint8_t multi) {
 
 // Requires a variant; re-forms it unless type and multi byte already match.
 extern "C" QEL_API void qel_var_change(qel_var *var, uint32_t type, uint8_t multi) {
+  QEL_REQUIRE(var != nullptr);
   if (var->type == type && var->multi == multi) return;
   qel_var_free_x(var);
   var->type = type;
@@ -406,22 +410,29 @@ extern "C" QEL_API void qel_var_change(qel_var *var, uint32_t type, uint8_t mult
   qel::var_init_at(var, nullptr, nullptr, nullptr);
 }
 
-// Requires a variant or NULL (which does nothing).
+// Requires a variant (NULL is not one).
 extern "C" QEL_API void qel_var_free(qel_var *var) {
-  if (var == nullptr) return;
+  QEL_REQUIRE(var != nullptr);
   if (storage_of(var->type) == storage::record) return qel::var_free_tree(var);
   qel_var_free_x(var);
   qel_free(var);
 }
 
 // Requires a variant.
-extern "C" QEL_API uint32_t qel_var_type(const qel_var *var) { return var->type; }
+extern "C" QEL_API uint32_t qel_var_type(const qel_var *var) {
+  QEL_REQUIRE(var != nullptr);
+  return var->type;
+}
 
 // Requires a variant; the multi byte sign-extended.
-extern "C" QEL_API int qel_var_multi(const qel_var *var) { return static_cast<int8_t>(var->multi); }
+extern "C" QEL_API int qel_var_multi(const qel_var *var) {
+  QEL_REQUIRE(var != nullptr);
+  return static_cast<int8_t>(var->multi);
+}
 
 // Requires a variant; 0 in the single form, else the element count.
 extern "C" QEL_API int64_t qel_var_size(const qel_var *var) {
+  QEL_REQUIRE(var != nullptr);
   if (var->multi == 0) return 0;
   switch (storage_of(var->type)) {
     case storage::bits32: return qel_detail::in_use(&var->data.arrayd);
@@ -435,24 +446,52 @@ extern "C" QEL_API int64_t qel_var_size(const qel_var *var) {
 // ---- numbers ----
 
 // Requires a variant (all twelve below).
-extern "C" QEL_API void qel_var_add_integer(qel_var *var, int64_t value) { add_value(var, value); }
-extern "C" QEL_API void qel_var_add_long(qel_var *var, int64_t value) { add_value(var, value); }
-extern "C" QEL_API void qel_var_add_float(qel_var *var, float value) { add_value(var, value); }
-extern "C" QEL_API void qel_var_add_double(qel_var *var, double value) { add_value(var, value); }
+extern "C" QEL_API void qel_var_add_integer(qel_var *var, int64_t value) {
+  QEL_REQUIRE(var != nullptr);
+  add_value(var, value);
+}
+extern "C" QEL_API void qel_var_add_long(qel_var *var, int64_t value) {
+  QEL_REQUIRE(var != nullptr);
+  add_value(var, value);
+}
+extern "C" QEL_API void qel_var_add_float(qel_var *var, float value) {
+  QEL_REQUIRE(var != nullptr);
+  add_value(var, value);
+}
+extern "C" QEL_API void qel_var_add_double(qel_var *var, double value) {
+  QEL_REQUIRE(var != nullptr);
+  add_value(var, value);
+}
 extern "C" QEL_API void qel_var_set_integer(qel_var *var, int64_t index, int64_t value) {
+  QEL_REQUIRE(var != nullptr);
   set_value(var, index, value);
 }
-extern "C" QEL_API void qel_var_set_long(qel_var *var, int64_t index, int64_t value) { set_value(var, index, value); }
-extern "C" QEL_API void qel_var_set_float(qel_var *var, int64_t index, float value) { set_value(var, index, value); }
-extern "C" QEL_API void qel_var_set_double(qel_var *var, int64_t index, double value) { set_value(var, index, value); }
+extern "C" QEL_API void qel_var_set_long(qel_var *var, int64_t index, int64_t value) {
+  QEL_REQUIRE(var != nullptr);
+  set_value(var, index, value);
+}
+extern "C" QEL_API void qel_var_set_float(qel_var *var, int64_t index, float value) {
+  QEL_REQUIRE(var != nullptr);
+  set_value(var, index, value);
+}
+extern "C" QEL_API void qel_var_set_double(qel_var *var, int64_t index, double value) {
+  QEL_REQUIRE(var != nullptr);
+  set_value(var, index, value);
+}
 extern "C" QEL_API int64_t qel_var_get_integer(const qel_var *var, int64_t index) {
+  QEL_REQUIRE(var != nullptr);
   return get_value<int64_t>(var, index);
 }
 extern "C" QEL_API int64_t qel_var_get_long(const qel_var *var, int64_t index) {
+  QEL_REQUIRE(var != nullptr);
   return get_value<int64_t>(var, index);
 }
-extern "C" QEL_API float qel_var_get_float(const qel_var *var, int64_t index) { return get_value<float>(var, index); }
+extern "C" QEL_API float qel_var_get_float(const qel_var *var, int64_t index) {
+  QEL_REQUIRE(var != nullptr);
+  return get_value<float>(var, index);
+}
 extern "C" QEL_API double qel_var_get_double(const qel_var *var, int64_t index) {
+  QEL_REQUIRE(var != nullptr);
   return get_value<double>(var, index);
 }
 
@@ -460,6 +499,7 @@ extern "C" QEL_API double qel_var_get_double(const qel_var *var, int64_t index) 
 
 // Requires a variant and length readable bytes at text (negative: measured).
 extern "C" QEL_API void qel_var_add_string(qel_var *var, const char *text, int64_t length) {
+  QEL_REQUIRE(var != nullptr);
   if (var->multi == 0 || storage_of(var->type) != storage::bytes) return;
   if (!measure(text, length)) return;
   qel_array_append(&var->data.array, text, length, 0);  // safe with bytes from its own pool
@@ -467,6 +507,7 @@ extern "C" QEL_API void qel_var_add_string(qel_var *var, const char *text, int64
 
 // Requires a variant and length readable bytes at text (negative: measured).
 extern "C" QEL_API void qel_var_set_string(qel_var *var, int64_t index, const char *text, int64_t length) {
+  QEL_REQUIRE(var != nullptr);
   if (storage_of(var->type) != storage::bytes) return;
   if (!measure(text, length)) return;
   // Both containers accept bytes from their own storage.
@@ -477,6 +518,7 @@ extern "C" QEL_API void qel_var_set_string(qel_var *var, int64_t index, const ch
 // Requires a variant and two outputs; NULL and 0 unless a string is there.
 extern "C" QEL_API void qel_var_get_string(const qel_var *var, int64_t index, const char **text_out,
                                            int64_t *length_out) {
+  QEL_REQUIRE(var != nullptr);
   *text_out = nullptr;
   *length_out = 0;
   if (storage_of(var->type) != storage::bytes) return;
@@ -493,6 +535,8 @@ extern "C" QEL_API void qel_var_get_string(const qel_var *var, int64_t index, co
 // Requires two variants (may be the same): appends src's value or values to
 // the array dst of the same type code.
 extern "C" QEL_API void qel_var_add_var(qel_var *dst, const qel_var *src) {
+  QEL_REQUIRE(dst != nullptr);
+  QEL_REQUIRE(src != nullptr);
   if (dst->multi == 0 || dst->type != src->type) return;
   const storage cls = storage_of(src->type);
   if (src->multi == 0) {
@@ -517,6 +561,8 @@ extern "C" QEL_API void qel_var_add_var(qel_var *dst, const qel_var *src) {
 // Requires two variants (may be the same): stores src's first value into dst
 // (element index of an array dst) when the type codes agree.
 extern "C" QEL_API void qel_var_set_var(qel_var *dst, int64_t index, const qel_var *src) {
+  QEL_REQUIRE(dst != nullptr);
+  QEL_REQUIRE(src != nullptr);
   if (dst->type != src->type) return;
   switch (storage_of(src->type)) {
     case storage::bits32: put32(dst, index, get32(src, 0)); return;
@@ -535,6 +581,8 @@ extern "C" QEL_API void qel_var_set_var(qel_var *dst, int64_t index, const qel_v
 // Requires two variants (may overlap): makes dst a single variant of src's
 // type code holding src's value at index.
 extern "C" QEL_API void qel_var_get_var(const qel_var *src, int64_t index, qel_var *dst) {
+  QEL_REQUIRE(src != nullptr);
+  QEL_REQUIRE(dst != nullptr);
   const bool reform = dst->type != src->type || dst->multi != 0;
   // Every value is read before dst is re-formed: src may be dst itself or
   // live inside it.

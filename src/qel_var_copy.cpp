@@ -11,6 +11,7 @@
 #include "internal/qel_var_internal.h"
 #include "internal/qel_work_stack.h"
 #include "qel_std_internal.h"
+#include "qel_require.h"
 
 #include <cstdint>
 
@@ -313,6 +314,8 @@ void qel::var_copy_into(qel_var *dst, const qel_var *src) { copier(false).run(ds
 // Requires two variants (may be the same or nested in one another): dst
 // becomes a deep copy of src; a record dst keeps members src does not have.
 extern "C" QEL_API void qel_var_copy(qel_var *dst, const qel_var *src) {
+  QEL_REQUIRE(dst != nullptr);
+  QEL_REQUIRE(src != nullptr);
   if (dst == src) return;
   if (contains(dst, src) || contains(src, dst)) {
     qel_var *snapshot = replica_of(src);
@@ -326,6 +329,8 @@ extern "C" QEL_API void qel_var_copy(qel_var *dst, const qel_var *src) {
 // Requires two variants (may be the same or nested in one another): dst
 // becomes an array of src's type code ending with src's value or values.
 extern "C" QEL_API void qel_var_append(qel_var *dst, const qel_var *src) {
+  QEL_REQUIRE(dst != nullptr);
+  QEL_REQUIRE(src != nullptr);
   const bool reforms = dst->type != src->type || dst->multi == 0;
   // Re-forming releases dst, which may be src or hold it; and when src holds
   // dst, dst's growth would show in the copies of src still to be made (and

@@ -12,6 +12,7 @@
 #include "internal/qel_var_internal.h"
 #include "internal/qel_work_stack.h"
 #include "qel_std_internal.h"
+#include "qel_require.h"
 
 using qel::storage;
 using qel::storage_of;
@@ -154,10 +155,15 @@ const qel_hash *members_of(const qel_var *rec) {
 }  // namespace
 
 // Requires two variants; 1 when they hold the same value, else 0.
-extern "C" QEL_API int qel_var_equal(const qel_var *a, const qel_var *b) { return equal(a, b) ? 1 : 0; }
+extern "C" QEL_API int qel_var_equal(const qel_var *a, const qel_var *b) {
+  QEL_REQUIRE(a != nullptr);
+  QEL_REQUIRE(b != nullptr);
+  return equal(a, b) ? 1 : 0;
+}
 
 // Requires a variant; the entries of a single record's member hash, else 0.
 extern "C" QEL_API int64_t qel_var_member_count(const qel_var *rec) {
+  QEL_REQUIRE(rec != nullptr);
   const qel_hash *h = members_of(rec);
   return h != nullptr ? h->priv_count : 0;
 }
@@ -165,6 +171,7 @@ extern "C" QEL_API int64_t qel_var_member_count(const qel_var *rec) {
 // Requires a variant; entry i of a single record's member hash (name and
 // member), or NULL and an empty name.
 extern "C" QEL_API qel_var *qel_var_member_at(const qel_var *rec, int64_t i, const char **name, int64_t *name_len) {
+  QEL_REQUIRE(rec != nullptr);
   const qel_hash *h = members_of(rec);
   const qel_hash_entry *e = nullptr;
   if (h != nullptr && i >= 0 && i < h->priv_count) e = qel_detail::hash_entry_at(h, static_cast<uint32_t>(i));

@@ -1,6 +1,7 @@
 // Schemas, and construction of full variants through a schema resolver.
 #include "internal/qel_var_internal.h"
 #include "qel_std_internal.h"
+#include "qel_require.h"
 
 #include <cstdint>
 #include <new>
@@ -69,6 +70,7 @@ extern "C" QEL_API void qel_var_schema_add(qel_schema *schema, const char *name,
 // (outputs set), or -1 (outputs untouched).
 extern "C" QEL_API int qel_var_schema_find(const qel_schema *schema, const char *name, int64_t length,
                                            uint32_t *type_out, uint8_t *multi_out) {
+  QEL_REQUIRE(schema != nullptr);
   for (int64_t i = 0, n = qel_detail::in_use(schema); i < n; ++i) {
     qel_char_view view{nullptr, 0};
     const uint32_t tag = qel_array_get_at(schema, i, &view.bytes, &view.length);
@@ -81,10 +83,14 @@ extern "C" QEL_API int qel_var_schema_find(const qel_schema *schema, const char 
 }
 
 // Requires a schema.
-extern "C" QEL_API int64_t qel_var_schema_size(const qel_schema *schema) { return qel_detail::in_use(schema); }
+extern "C" QEL_API int64_t qel_var_schema_size(const qel_schema *schema) {
+  QEL_REQUIRE(schema != nullptr);
+  return qel_detail::in_use(schema);
+}
 
 // Requires a schema; an index outside the members does nothing.
 extern "C" QEL_API void qel_var_schema_set_at(qel_schema *schema, int64_t index, uint32_t type, uint8_t multi) {
+  QEL_REQUIRE(schema != nullptr);
   if (index < 0 || index >= qel_detail::in_use(schema)) return;
   qel_array_update_at(schema, index, pack_tag(type, multi));
 }
@@ -93,6 +99,7 @@ extern "C" QEL_API void qel_var_schema_set_at(qel_schema *schema, int64_t index,
 // it (NULL, 0 outside the members); type and multi only for a nonzero tag.
 extern "C" QEL_API void qel_var_schema_get_at(const qel_schema *schema, int64_t index, const char **name_out,
                                               int64_t *length_out, uint32_t *type_out, uint8_t *multi_out) {
+  QEL_REQUIRE(schema != nullptr);
   *name_out = nullptr;
   *length_out = 0;
   if (index < 0 || index >= qel_detail::in_use(schema)) return;
@@ -101,7 +108,10 @@ extern "C" QEL_API void qel_var_schema_get_at(const qel_schema *schema, int64_t 
 }
 
 // Requires a variant; the schema as stored.
-extern "C" QEL_API qel_schema *qel_var_schema(const qel_var *var) { return var->schema; }
+extern "C" QEL_API qel_schema *qel_var_schema(const qel_var *var) {
+  QEL_REQUIRE(var != nullptr);
+  return var->schema;
+}
 
 // ---- construction ----
 
@@ -115,6 +125,7 @@ extern "C" QEL_API qel_var *qel_var_new_x(uint32_t type, uint8_t multi, void *co
 // nothing when type code and multi byte already match.
 extern "C" QEL_API void qel_var_change_x(qel_var *var, uint32_t type, uint8_t multi, void *context,
                                          qel_schema_resolver resolver) {
+  QEL_REQUIRE(var != nullptr);
   if (var->type == type && var->multi == multi) return;
   qel_var_free_x(var);
   var->type = type;

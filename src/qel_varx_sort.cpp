@@ -13,6 +13,7 @@
 #include "internal/qel_float_sort.h"
 #include "internal/qel_var_internal.h"
 #include "qel_std_internal.h"
+#include "qel_require.h"
 
 namespace {
 
@@ -161,6 +162,7 @@ int64_t search(const qel_var *var, const void *key, int64_t len) {
 // Requires a variant; sorts a multi variant's values in place (nonzero flag
 // ascending), each caller value moving with its value.
 extern "C" QEL_API void qel_var_qsort(qel_var *var, int flag) {
+  QEL_REQUIRE(var != nullptr);
   if (var->multi == 0) return;
   switch (var->type) {
     case 1:
@@ -180,6 +182,7 @@ extern "C" QEL_API void qel_var_qsort(qel_var *var, int flag) {
 // linear search, -1 when the variant cannot be searched.  A numeric key the
 // keyed-insert index holds is found there first, with no call.
 extern "C" QEL_API int64_t qel_var_find(const qel_var *var, const void *key, int64_t len) {
+  QEL_REQUIRE(var != nullptr);
   if (var->multi != 0 && key != nullptr) {
     const storage cls = storage_of(var->type);
     if (cls == storage::bits32) {
@@ -200,11 +203,14 @@ extern "C" QEL_API int64_t qel_var_find(const qel_var *var, const void *key, int
 // Requires a variant sorted ascending; binary search, -1 when the variant
 // cannot be searched.
 extern "C" QEL_API int64_t qel_var_bfind(const qel_var *var, const void *key, int64_t len) {
+  QEL_REQUIRE(var != nullptr);
   return search<true>(var, key, len);
 }
 
 // Requires two variants; orders by multi byte, then type code, then value.
 extern "C" QEL_API int qel_var_cmp(const qel_var *a, const qel_var *b) {
+  QEL_REQUIRE(a != nullptr);
+  QEL_REQUIRE(b != nullptr);
   if (a->multi != b->multi) return static_cast<int8_t>(a->multi) - static_cast<int8_t>(b->multi);
   if (a->type != b->type) return static_cast<int32_t>(a->type - b->type);
   return a->multi == 0 ? compare_single(a, b) : compare_multi(a, b);

@@ -15,6 +15,7 @@
 
 #include "internal/qel_var_internal.h"
 #include "qel_std_internal.h"
+#include "qel_require.h"
 
 namespace {
 
@@ -78,6 +79,7 @@ qel_var blank_view(const qel_var *var) {
 
 // Requires a variant; sorts an array stably by compare (NULL: nothing).
 extern "C" QEL_API void qel_var_sort_by(qel_var *var, qel_var_compare compare, void *context) {
+  QEL_REQUIRE(var != nullptr);
   if (var->multi == 0 || compare == nullptr) return;
   qel_var x = blank_view(var);
   qel_var y = x;

@@ -11,6 +11,7 @@
 #include "internal/qel_convert.h"
 #include "internal/qel_xvar_internal.h"
 #include "qel_std_internal.h"
+#include "qel_require.h"
 
 namespace {
 
@@ -241,6 +242,7 @@ extern "C" QEL_API qel_xvar *qel_xvar_new(uint32_t type, uint8_t multi) {
 
 // Requires a valid record.  Re-forms it empty unless type and multi byte are unchanged.
 extern "C" QEL_API void qel_xvar_change(qel_xvar *v, uint32_t type, uint8_t multi) {
+  QEL_REQUIRE(v != nullptr);
   if (v->type == type && v->multi == multi) return;
   qel_xvar_free_x(v);
   std::memset(&v->data, 0, sizeof v->data);
@@ -251,6 +253,7 @@ extern "C" QEL_API void qel_xvar_change(qel_xvar *v, uint32_t type, uint8_t mult
 
 // Requires a record from qel_xvar_new; it is not used afterwards.
 extern "C" QEL_API void qel_xvar_free(qel_xvar *v) {
+  QEL_REQUIRE(v != nullptr);
   qel_xvar_free_x(v);
   qel_free(v);
 }
@@ -258,6 +261,7 @@ extern "C" QEL_API void qel_xvar_free(qel_xvar *v) {
 // Requires a valid record.  Single: clears value (a string is cut to n) and buf.
 // Multi: see shrink_array.
 extern "C" QEL_API void qel_xvar_shrink(qel_xvar *v, int64_t n) {
+  QEL_REQUIRE(v != nullptr);
   if (v->multi) {
     switch (v->type) {
       case kU32:
@@ -282,6 +286,7 @@ extern "C" QEL_API void qel_xvar_shrink(qel_xvar *v, int64_t n) {
 
 // Requires a valid record.  Entries in use of an array; 0 for the single form.
 extern "C" QEL_API int64_t qel_xvar_size(const qel_xvar *v) {
+  QEL_REQUIRE(v != nullptr);
   if (!v->multi) return 0;
   switch (v->type) {
     case kU32:
@@ -294,53 +299,98 @@ extern "C" QEL_API int64_t qel_xvar_size(const qel_xvar *v) {
 }
 
 // Requires a valid record.
-extern "C" QEL_API uint32_t qel_xvar_type(const qel_xvar *v) { return v->type; }
+extern "C" QEL_API uint32_t qel_xvar_type(const qel_xvar *v) {
+  QEL_REQUIRE(v != nullptr);
+  return v->type;
+}
 
 // Requires a valid record.  The multi byte, sign-extended.
-extern "C" QEL_API int qel_xvar_multi(const qel_xvar *v) { return static_cast<int8_t>(v->multi); }
+extern "C" QEL_API int qel_xvar_multi(const qel_xvar *v) {
+  QEL_REQUIRE(v != nullptr);
+  return static_cast<int8_t>(v->multi);
+}
 
 // ---- numbers ----
 
 // Requires a valid record.  Appends to an array of codes 1 to 4.
-extern "C" QEL_API void qel_xvar_add_integer(qel_xvar *v, int64_t value) { add_number(v, value); }
-extern "C" QEL_API void qel_xvar_add_long(qel_xvar *v, int64_t value) { add_number(v, value); }
-extern "C" QEL_API void qel_xvar_add_float(qel_xvar *v, float value) { add_number(v, value); }
-extern "C" QEL_API void qel_xvar_add_double(qel_xvar *v, double value) { add_number(v, value); }
+extern "C" QEL_API void qel_xvar_add_integer(qel_xvar *v, int64_t value) {
+  QEL_REQUIRE(v != nullptr);
+  add_number(v, value);
+}
+extern "C" QEL_API void qel_xvar_add_long(qel_xvar *v, int64_t value) {
+  QEL_REQUIRE(v != nullptr);
+  add_number(v, value);
+}
+extern "C" QEL_API void qel_xvar_add_float(qel_xvar *v, float value) {
+  QEL_REQUIRE(v != nullptr);
+  add_number(v, value);
+}
+extern "C" QEL_API void qel_xvar_add_double(qel_xvar *v, double value) {
+  QEL_REQUIRE(v != nullptr);
+  add_number(v, value);
+}
 
 // Requires a valid record; buf_out NULL or writable.  Keyed insert; *buf_out
 // gets the entry's caller value address, or NULL.
 extern "C" QEL_API void qel_xvar_add_integer_x(qel_xvar *v, int64_t value, uint64_t **buf_out) {
+  QEL_REQUIRE(v != nullptr);
   add_number_x(v, value, buf_out);
 }
 extern "C" QEL_API void qel_xvar_add_long_x(qel_xvar *v, int64_t value, uint64_t **buf_out) {
+  QEL_REQUIRE(v != nullptr);
   add_number_x(v, value, buf_out);
 }
 extern "C" QEL_API void qel_xvar_add_float_x(qel_xvar *v, float value, uint64_t **buf_out) {
+  QEL_REQUIRE(v != nullptr);
   add_number_x(v, value, buf_out);
 }
 extern "C" QEL_API void qel_xvar_add_double_x(qel_xvar *v, double value, uint64_t **buf_out) {
+  QEL_REQUIRE(v != nullptr);
   add_number_x(v, value, buf_out);
 }
 
 // Requires a valid record.  Overwrites a value of codes 1 to 4; buf stays in the single form.
-extern "C" QEL_API void qel_xvar_set_integer(qel_xvar *v, int64_t index, int64_t value) { set_number(v, index, value); }
-extern "C" QEL_API void qel_xvar_set_long(qel_xvar *v, int64_t index, int64_t value) { set_number(v, index, value); }
-extern "C" QEL_API void qel_xvar_set_float(qel_xvar *v, int64_t index, float value) { set_number(v, index, value); }
-extern "C" QEL_API void qel_xvar_set_double(qel_xvar *v, int64_t index, double value) { set_number(v, index, value); }
+extern "C" QEL_API void qel_xvar_set_integer(qel_xvar *v, int64_t index, int64_t value) {
+  QEL_REQUIRE(v != nullptr);
+  set_number(v, index, value);
+}
+extern "C" QEL_API void qel_xvar_set_long(qel_xvar *v, int64_t index, int64_t value) {
+  QEL_REQUIRE(v != nullptr);
+  set_number(v, index, value);
+}
+extern "C" QEL_API void qel_xvar_set_float(qel_xvar *v, int64_t index, float value) {
+  QEL_REQUIRE(v != nullptr);
+  set_number(v, index, value);
+}
+extern "C" QEL_API void qel_xvar_set_double(qel_xvar *v, int64_t index, double value) {
+  QEL_REQUIRE(v != nullptr);
+  set_number(v, index, value);
+}
 
 // Requires a valid record.  A value of codes 1 to 4 in the caller's kind, else 0.
 extern "C" QEL_API int64_t qel_xvar_get_integer(const qel_xvar *v, int64_t index) {
+  QEL_REQUIRE(v != nullptr);
   return get_number<int64_t>(v, index);
 }
-extern "C" QEL_API int64_t qel_xvar_get_long(const qel_xvar *v, int64_t index) { return get_number<int64_t>(v, index); }
-extern "C" QEL_API float qel_xvar_get_float(const qel_xvar *v, int64_t index) { return get_number<float>(v, index); }
-extern "C" QEL_API double qel_xvar_get_double(const qel_xvar *v, int64_t index) { return get_number<double>(v, index); }
+extern "C" QEL_API int64_t qel_xvar_get_long(const qel_xvar *v, int64_t index) {
+  QEL_REQUIRE(v != nullptr);
+  return get_number<int64_t>(v, index);
+}
+extern "C" QEL_API float qel_xvar_get_float(const qel_xvar *v, int64_t index) {
+  QEL_REQUIRE(v != nullptr);
+  return get_number<float>(v, index);
+}
+extern "C" QEL_API double qel_xvar_get_double(const qel_xvar *v, int64_t index) {
+  QEL_REQUIRE(v != nullptr);
+  return get_number<double>(v, index);
+}
 
 // ---- strings ----
 
 // Requires a valid record; str readable for length bytes (or NULL-terminated
 // when length is negative).  Appends to a string array.
 extern "C" QEL_API void qel_xvar_add_string(qel_xvar *v, const char *str, int64_t length) {
+  QEL_REQUIRE(v != nullptr);
   if (!v->multi || v->type != kStr) return;
   if (!resolve_string(str, length)) return;
   qel_array_append(&v->data.array, str, length, 0);
@@ -348,6 +398,7 @@ extern "C" QEL_API void qel_xvar_add_string(qel_xvar *v, const char *str, int64_
 
 // Requires: as qel_xvar_add_string; buf_out NULL or writable.  Keyed insert.
 extern "C" QEL_API void qel_xvar_add_string_x(qel_xvar *v, const char *str, int64_t length, uint64_t **buf_out) {
+  QEL_REQUIRE(v != nullptr);
   uint64_t *found = nullptr;
   if (v->multi && v->type == kStr && resolve_string(str, length)) {
     qel_array_entry *e = qel_array_entry_insert(&v->data.array, str, length);
@@ -358,6 +409,7 @@ extern "C" QEL_API void qel_xvar_add_string_x(qel_xvar *v, const char *str, int6
 
 // Requires: as qel_xvar_add_string.  Replaces the string (single) or entry index (array).
 extern "C" QEL_API void qel_xvar_set_string(qel_xvar *v, int64_t index, const char *str, int64_t length) {
+  QEL_REQUIRE(v != nullptr);
   if (!resolve_string(str, length) || v->type != kStr) return;
   if (v->multi) {
     qel_array_set_at(&v->data.array, index, str, length, 0);
@@ -379,6 +431,7 @@ extern "C" QEL_API void qel_xvar_set_string(qel_xvar *v, int64_t index, const ch
 // record's, valid until it next changes; NULL and 0 when there is no string.
 extern "C" QEL_API void qel_xvar_get_string(const qel_xvar *v, int64_t index, const char **str_out,
                                             int64_t *length_out) {
+  QEL_REQUIRE(v != nullptr);
   const char *bytes = nullptr;
   int64_t length = 0;
   if (v->type == kStr) {
@@ -398,11 +451,13 @@ extern "C" QEL_API void qel_xvar_get_string(const qel_xvar *v, int64_t index, co
 // Requires a valid record.  Single: buf, any code.  Multi (codes 1 to 5): entry
 // index, negative meaning the last in use, ignored at or above the capacity.
 extern "C" QEL_API void qel_xvar_set_buf(qel_xvar *v, int64_t index, uint64_t value) {
+  QEL_REQUIRE(v != nullptr);
   if (uint64_t *slot = buf_of(v, index)) *slot = value;
 }
 
 // Requires a valid record.  As qel_xvar_set_buf; 0 where that would do nothing.
 extern "C" QEL_API uint64_t qel_xvar_get_buf(const qel_xvar *v, int64_t index) {
+  QEL_REQUIRE(v != nullptr);
   const uint64_t *slot = buf_of(v, index);
   return slot ? *slot : 0;
 }

@@ -12,6 +12,7 @@
 #include "internal/qel_convert.h"
 #include "internal/qel_xvar_internal.h"
 #include "qel_std_internal.h"
+#include "qel_require.h"
 
 namespace {
 
@@ -262,6 +263,7 @@ extern "C" QEL_API qel_xvars *qel_xvars_new(uint32_t type, uint8_t multi) {
 
 // Requires a valid column set.  Re-forms it empty unless type and multi byte are unchanged.
 extern "C" QEL_API void qel_xvars_change(qel_xvars *xs, uint32_t type, uint8_t multi) {
+  QEL_REQUIRE(xs != nullptr);
   if (xs->type == type && xs->multi == multi) return;
   qel_xvars_free_x(xs);
   std::memset(&xs->index, 0, sizeof xs->index);
@@ -273,12 +275,14 @@ extern "C" QEL_API void qel_xvars_change(qel_xvars *xs, uint32_t type, uint8_t m
 
 // Requires a column set from qel_xvars_new; it is not used afterwards.
 extern "C" QEL_API void qel_xvars_free(qel_xvars *xs) {
+  QEL_REQUIRE(xs != nullptr);
   qel_xvars_free_x(xs);
   qel_free(xs);
 }
 
 // Requires a valid column set.  Drops every entry; type and form stay.
 extern "C" QEL_API void qel_xvars_shrink(qel_xvars *xs) {
+  QEL_REQUIRE(xs != nullptr);
   qel_arrayd_remove_all(&xs->index);
   switch (xs->type) {
     case kU32:
@@ -291,17 +295,28 @@ extern "C" QEL_API void qel_xvars_shrink(qel_xvars *xs) {
 }
 
 // Requires a valid column set.  Number of entries.
-extern "C" QEL_API int64_t qel_xvars_size(const qel_xvars *xs) { return xs->index.count; }
+extern "C" QEL_API int64_t qel_xvars_size(const qel_xvars *xs) {
+  QEL_REQUIRE(xs != nullptr);
+  return xs->index.count;
+}
 
 // Requires a valid column set.
-extern "C" QEL_API uint32_t qel_xvars_type(const qel_xvars *xs) { return xs->type; }
+extern "C" QEL_API uint32_t qel_xvars_type(const qel_xvars *xs) {
+  QEL_REQUIRE(xs != nullptr);
+  return xs->type;
+}
 
 // Requires a valid column set.  The multi byte, sign-extended.
-extern "C" QEL_API int qel_xvars_multi(const qel_xvars *xs) { return static_cast<int8_t>(xs->multi); }
+extern "C" QEL_API int qel_xvars_multi(const qel_xvars *xs) {
+  QEL_REQUIRE(xs != nullptr);
+  return static_cast<int8_t>(xs->multi);
+}
 
 // Requires a valid column set and light variant.  Appends x as one new entry
 // when its type code and multi byte are the column's; a single x's buf is not kept.
 extern "C" QEL_API void qel_xvars_add_var(qel_xvars *xs, const qel_xvar *x) {
+  QEL_REQUIRE(xs != nullptr);
+  QEL_REQUIRE(x != nullptr);
   if (x->type != xs->type || x->multi != xs->multi || !has_storage(xs->type)) return;
   if (xs->multi) {
     switch (xs->type) {
@@ -335,6 +350,8 @@ extern "C" QEL_API void qel_xvars_add_var(qel_xvars *xs, const qel_xvar *x) {
 // buf stays).  Multi: x's array becomes the entry's values with their caller
 // values; string bytes go behind what x's pool held.
 extern "C" QEL_API void qel_xvars_fetch_var(const qel_xvars *xs, int64_t entry, qel_xvar *x) {
+  QEL_REQUIRE(xs != nullptr);
+  QEL_REQUIRE(x != nullptr);
   if (x->type != xs->type || x->multi != xs->multi || !has_storage(xs->type)) return;
   const qel_arrayd_entry *e = entry_at(xs, entry);
   if (!e) return;
@@ -369,6 +386,7 @@ extern "C" QEL_API void qel_xvars_fetch_var(const qel_xvars *xs, int64_t entry, 
 // Requires a valid column set.  Values of a multi entry; 0 for the single form
 // and for entries out of range.
 extern "C" QEL_API int64_t qel_xvars_get_size(const qel_xvars *xs, int64_t entry) {
+  QEL_REQUIRE(xs != nullptr);
   if (!xs->multi) return 0;
   const qel_arrayd_entry *e = entry_at(xs, entry);
   return e ? entry_count(*e) : 0;
@@ -379,41 +397,55 @@ extern "C" QEL_API int64_t qel_xvars_get_size(const qel_xvars *xs, int64_t entry
 // Requires a valid column set.  Appends to the last entry (entry = size - 1)
 // or a new one (entry = size) of a multi column of codes 1 to 4.
 extern "C" QEL_API void qel_xvars_add_integer(qel_xvars *xs, int64_t entry, int64_t value) {
+  QEL_REQUIRE(xs != nullptr);
   add_number(xs, entry, value);
 }
 extern "C" QEL_API void qel_xvars_add_long(qel_xvars *xs, int64_t entry, int64_t value) {
+  QEL_REQUIRE(xs != nullptr);
   add_number(xs, entry, value);
 }
-extern "C" QEL_API void qel_xvars_add_float(qel_xvars *xs, int64_t entry, float value) { add_number(xs, entry, value); }
+extern "C" QEL_API void qel_xvars_add_float(qel_xvars *xs, int64_t entry, float value) {
+  QEL_REQUIRE(xs != nullptr);
+  add_number(xs, entry, value);
+}
 extern "C" QEL_API void qel_xvars_add_double(qel_xvars *xs, int64_t entry, double value) {
+  QEL_REQUIRE(xs != nullptr);
   add_number(xs, entry, value);
 }
 
 // Requires a valid column set.  Overwrites an existing value of codes 1 to 4.
 extern "C" QEL_API void qel_xvars_set_integer(qel_xvars *xs, int64_t entry, int64_t pos, int64_t value) {
+  QEL_REQUIRE(xs != nullptr);
   set_number(xs, entry, pos, value);
 }
 extern "C" QEL_API void qel_xvars_set_long(qel_xvars *xs, int64_t entry, int64_t pos, int64_t value) {
+  QEL_REQUIRE(xs != nullptr);
   set_number(xs, entry, pos, value);
 }
 extern "C" QEL_API void qel_xvars_set_float(qel_xvars *xs, int64_t entry, int64_t pos, float value) {
+  QEL_REQUIRE(xs != nullptr);
   set_number(xs, entry, pos, value);
 }
 extern "C" QEL_API void qel_xvars_set_double(qel_xvars *xs, int64_t entry, int64_t pos, double value) {
+  QEL_REQUIRE(xs != nullptr);
   set_number(xs, entry, pos, value);
 }
 
 // Requires a valid column set.  A value in the caller's kind; 0 when there is none.
 extern "C" QEL_API int64_t qel_xvars_get_integer(const qel_xvars *xs, int64_t entry, int64_t pos) {
+  QEL_REQUIRE(xs != nullptr);
   return get_number<int64_t>(xs, entry, pos);
 }
 extern "C" QEL_API int64_t qel_xvars_get_long(const qel_xvars *xs, int64_t entry, int64_t pos) {
+  QEL_REQUIRE(xs != nullptr);
   return get_number<int64_t>(xs, entry, pos);
 }
 extern "C" QEL_API float qel_xvars_get_float(const qel_xvars *xs, int64_t entry, int64_t pos) {
+  QEL_REQUIRE(xs != nullptr);
   return get_number<float>(xs, entry, pos);
 }
 extern "C" QEL_API double qel_xvars_get_double(const qel_xvars *xs, int64_t entry, int64_t pos) {
+  QEL_REQUIRE(xs != nullptr);
   return get_number<double>(xs, entry, pos);
 }
 
@@ -422,6 +454,7 @@ extern "C" QEL_API double qel_xvars_get_double(const qel_xvars *xs, int64_t entr
 // Requires a valid column set; str readable for len bytes (NUL-terminated when
 // len is negative).  Appends to the last or a new entry of a multi string column.
 extern "C" QEL_API void qel_xvars_add_string(qel_xvars *xs, int64_t entry, const char *str, int64_t len) {
+  QEL_REQUIRE(xs != nullptr);
   if (!xs->multi || xs->type != kStr) return;
   const target where = add_target(xs, entry);
   if (where == target::none || !resolve_string(str, len)) return;
@@ -434,6 +467,7 @@ extern "C" QEL_API void qel_xvars_add_string(qel_xvars *xs, int64_t entry, const
 
 // Requires: as qel_xvars_add_string.  Replaces an existing string; its caller value becomes 0.
 extern "C" QEL_API void qel_xvars_set_string(qel_xvars *xs, int64_t entry, int64_t pos, const char *str, int64_t len) {
+  QEL_REQUIRE(xs != nullptr);
   if (!resolve_string(str, len) || xs->type != kStr) return;
   const int64_t at = locate(xs, entry, pos);
   if (at >= 0) qel_array_set_at(&xs->data.array, at, str, len, 0);
@@ -443,6 +477,7 @@ extern "C" QEL_API void qel_xvars_set_string(qel_xvars *xs, int64_t entry, int64
 // the column's, valid until it next changes; NULL and 0 when there is none.
 extern "C" QEL_API void qel_xvars_get_string(const qel_xvars *xs, int64_t entry, int64_t pos, const char **str_out,
                                              int64_t *length_out) {
+  QEL_REQUIRE(xs != nullptr);
   const char *bytes = nullptr;
   int64_t length = 0;
   if (xs->type == kStr) {
@@ -465,11 +500,13 @@ extern "C" QEL_API void qel_xvars_get_string(const qel_xvars *xs, int64_t entry,
 // Requires a valid column set.  Sets the caller value at (entry, pos) of a
 // multi column; negative pos is the entry's last value.
 extern "C" QEL_API void qel_xvars_set_buf(qel_xvars *xs, int64_t entry, int64_t pos, uint64_t value) {
+  QEL_REQUIRE(xs != nullptr);
   if (uint64_t *slot = buf_of(xs, entry, pos)) *slot = value;
 }
 
 // Requires a valid column set.  As qel_xvars_set_buf; 0 where that would do nothing.
 extern "C" QEL_API uint64_t qel_xvars_get_buf(const qel_xvars *xs, int64_t entry, int64_t pos) {
+  QEL_REQUIRE(xs != nullptr);
   const uint64_t *slot = buf_of(xs, entry, pos);
   return slot ? *slot : 0;
 }

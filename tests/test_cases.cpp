@@ -734,6 +734,17 @@ TEST(Cpp, OrderFollowsTheLibrarysComparison) {
   EXPECT_TRUE(x > y);
 }
 
+#ifdef QEL_CHECK_REQUIRES
+// Debug and sanitizer builds stop a call that breaks what the header requires.
+TEST(RequiresDeathTest, NullObjectsStopTheCall) {
+  EXPECT_DEATH(qel_var_free(nullptr), "qel_var_free requires var != nullptr");
+  EXPECT_DEATH(qel_var_copy(qel::var(qel::code::i64).get(), nullptr), "qel_var_copy requires src != nullptr");
+  EXPECT_DEATH(qel_var_schema_size(nullptr), "qel_var_schema_size requires schema != nullptr");
+  EXPECT_DEATH(qel_xvar_free(nullptr), "qel_xvar_free requires v != nullptr");
+  EXPECT_DEATH(qel_xvars_size(nullptr), "qel_xvars_size requires xs != nullptr");
+}
+#endif
+
 TEST(Cpp, FailedComparisonsPrintVariantsAsJson) {
   qel::var x(qel::code::f64, qel::form::multi), s(qel::code::bytes);
   x.add_all({1.5, std::numeric_limits<double>::infinity()});
