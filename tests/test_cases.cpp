@@ -15,6 +15,7 @@
 #include <tuple>
 #include <vector>
 
+#include "internal/qel_var_internal.h"  // the library's storage classes are the C++ layer's
 #include "print_var.h"
 
 namespace {

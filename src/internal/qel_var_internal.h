@@ -4,27 +4,11 @@
 #define QEL_INTERNAL_VAR_H
 
 #include <qel.h>
+#include <qel/code.hpp>
 
 #include <cstdint>
 
 namespace qel {
-
-enum class storage { bits32, bits64, bytes, record };
-
-// Storage class of a type code in constant time: bit tests on codes 0..9,
-// everything else (0 and 10 upward) is a record.
-constexpr storage storage_of(uint32_t type) {
-  if (type <= 9) {
-    const uint32_t bit = 1u << type;
-    if (bit & 0x22eu) return storage::bits32;
-    if (bit & 0x50u) return storage::bits64;
-    if (bit & 0x180u) return storage::bytes;
-  }
-  return storage::record;
-}
-static_assert(storage_of(0) == storage::record && storage_of(5) == storage::bits32 &&
-              storage_of(6) == storage::bits64 && storage_of(8) == storage::bytes && storage_of(9) == storage::bits32 &&
-              storage_of(0xFFFFFFFFu) == storage::record);
 
 // One record whose members are being created, and the records above it on
 // the same path.  Lives on the stack of member creation: no allocation.
