@@ -23,21 +23,21 @@ using namespace qel::light;
 void qel_xvar_init(qel_xvar *v) {
   if (v->multi) {
     switch (v->type) {
-      case kU32:
-      case kF32: qel_arrayd_init(&v->data.arrayd, 0); break;
-      case kI64:
-      case kF64: qel_arrayx_init(&v->data.arrayx, 0); break;
-      case kStr: qel_array_init(&v->data.array, 0); break;
+      case QEL_XVAR_UINT32:
+      case QEL_XVAR_FLOAT: qel_arrayd_init(&v->data.arrayd, 0); break;
+      case QEL_XVAR_INT64:
+      case QEL_XVAR_DOUBLE: qel_arrayx_init(&v->data.arrayx, 0); break;
+      case QEL_XVAR_BYTES: qel_array_init(&v->data.array, 0); break;
       default: break;
     }
     return;
   }
   switch (v->type) {
-    case kU32:
-    case kF32: v->data.single.value.bits32 = 0; break;
-    case kI64:
-    case kF64: v->data.single.value.bits64 = 0; break;
-    case kStr: qel_string_init(&v->data.single.value.string); break;
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: v->data.single.value.bits32 = 0; break;
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE: v->data.single.value.bits64 = 0; break;
+    case QEL_XVAR_BYTES: qel_string_init(&v->data.single.value.string); break;
     default: return;
   }
   v->data.single.buf = 0;
@@ -47,21 +47,21 @@ void qel_xvar_init(qel_xvar *v) {
 void qel_xvar_free_x(qel_xvar *v) {
   if (v->multi) {
     switch (v->type) {
-      case kU32:
-      case kF32: qel_arrayd_term(&v->data.arrayd); break;
-      case kI64:
-      case kF64: qel_arrayx_term(&v->data.arrayx); break;
-      case kStr: qel_array_term(&v->data.array); break;
+      case QEL_XVAR_UINT32:
+      case QEL_XVAR_FLOAT: qel_arrayd_term(&v->data.arrayd); break;
+      case QEL_XVAR_INT64:
+      case QEL_XVAR_DOUBLE: qel_arrayx_term(&v->data.arrayx); break;
+      case QEL_XVAR_BYTES: qel_array_term(&v->data.array); break;
       default: break;
     }
     return;
   }
   switch (v->type) {
-    case kU32:
-    case kF32: v->data.single.value.bits32 = 0; break;
-    case kI64:
-    case kF64: v->data.single.value.bits64 = 0; break;
-    case kStr: qel_string_term(&v->data.single.value.string); break;
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: v->data.single.value.bits32 = 0; break;
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE: v->data.single.value.bits64 = 0; break;
+    case QEL_XVAR_BYTES: qel_string_term(&v->data.single.value.string); break;
     default: return;
   }
   v->data.single.buf = 0;
@@ -89,10 +89,10 @@ template <class C>
 [[gnu::noinline]] void add_number_any(qel_xvar *v, C value) {
   if (!v->multi) return;
   switch (v->type) {
-    case kU32:
-    case kF32: qel_detail::append(&v->data.arrayd, to_bits32(v->type, value), 0); break;
-    case kI64:
-    case kF64: qel_detail::append(&v->data.arrayx, to_bits64(v->type, value), 0); break;
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: qel_detail::append(&v->data.arrayd, to_bits32(v->type, value), 0); break;
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE: qel_detail::append(&v->data.arrayx, to_bits64(v->type, value), 0); break;
     default: break;
   }
 }
@@ -100,9 +100,9 @@ template <class C>
 // The code a caller kind C meets with no conversion beyond its own bits
 // (an integer: the signed 64-bit code), and that code's array.
 template <class C>
-inline constexpr uint32_t kNativeCode = std::is_same_v<C, double>  ? kF64
-                                        : std::is_same_v<C, float> ? kF32
-                                                                   : kI64;
+inline constexpr uint32_t kNativeCode = std::is_same_v<C, double>  ? QEL_XVAR_DOUBLE
+                                        : std::is_same_v<C, float> ? QEL_XVAR_FLOAT
+                                                                   : QEL_XVAR_INT64;
 template <class C>
 auto *native_array(qel_xvar *v) {
   if constexpr (is_narrow(kNativeCode<C>)) return &v->data.arrayd;
@@ -136,14 +136,14 @@ void add_number_x(qel_xvar *v, C value, uint64_t **buf_out) {
   uint64_t *found = nullptr;
   if (v->multi) {
     switch (v->type) {
-      case kU32:
-      case kF32: {
+      case QEL_XVAR_UINT32:
+      case QEL_XVAR_FLOAT: {
         qel_arrayd_entry *e = qel_arrayd_entry_insert(&v->data.arrayd, to_bits32(v->type, value));
         if (e) found = &e->buf;
         break;
       }
-      case kI64:
-      case kF64: {
+      case QEL_XVAR_INT64:
+      case QEL_XVAR_DOUBLE: {
         qel_arrayx_entry *e = qel_arrayx_entry_insert(&v->data.arrayx, to_bits64(v->type, value));
         if (e) found = &e->buf;
         break;
@@ -208,11 +208,11 @@ uint64_t *buf_slot(const A &a, int64_t index) {
 uint64_t *buf_of(const qel_xvar *v, int64_t index) {
   if (!v->multi) return const_cast<uint64_t *>(&v->data.single.buf);
   switch (v->type) {
-    case kU32:
-    case kF32: return buf_slot(v->data.arrayd, index);
-    case kI64:
-    case kF64: return buf_slot(v->data.arrayx, index);
-    case kStr: return buf_slot(v->data.array, index);
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: return buf_slot(v->data.arrayd, index);
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE: return buf_slot(v->data.arrayx, index);
+    case QEL_XVAR_BYTES: return buf_slot(v->data.array, index);
     default: return nullptr;
   }
 }
@@ -264,21 +264,21 @@ extern "C" QEL_API void qel_xvar_shrink(qel_xvar *v, int64_t n) {
   QEL_REQUIRE(v != nullptr);
   if (v->multi) {
     switch (v->type) {
-      case kU32:
-      case kF32: shrink_array(v->data.arrayd, n, qel_arrayd_remove_all); break;
-      case kI64:
-      case kF64: shrink_array(v->data.arrayx, n, qel_arrayx_remove_all); break;
-      case kStr: shrink_array(v->data.array, n, qel_array_remove_all); break;
+      case QEL_XVAR_UINT32:
+      case QEL_XVAR_FLOAT: shrink_array(v->data.arrayd, n, qel_arrayd_remove_all); break;
+      case QEL_XVAR_INT64:
+      case QEL_XVAR_DOUBLE: shrink_array(v->data.arrayx, n, qel_arrayx_remove_all); break;
+      case QEL_XVAR_BYTES: shrink_array(v->data.array, n, qel_array_remove_all); break;
       default: break;
     }
     return;
   }
   switch (v->type) {
-    case kU32:
-    case kF32: v->data.single.value.bits32 = 0; break;
-    case kI64:
-    case kF64: v->data.single.value.bits64 = 0; break;
-    case kStr: qel_string_shrink(&v->data.single.value.string, n); break;
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: v->data.single.value.bits32 = 0; break;
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE: v->data.single.value.bits64 = 0; break;
+    case QEL_XVAR_BYTES: qel_string_shrink(&v->data.single.value.string, n); break;
     default: return;
   }
   v->data.single.buf = 0;
@@ -289,11 +289,11 @@ extern "C" QEL_API int64_t qel_xvar_size(const qel_xvar *v) {
   QEL_REQUIRE(v != nullptr);
   if (!v->multi) return 0;
   switch (v->type) {
-    case kU32:
-    case kF32: return qel_detail::in_use(&v->data.arrayd);
-    case kI64:
-    case kF64: return qel_detail::in_use(&v->data.arrayx);
-    case kStr: return qel_detail::in_use(&v->data.array);
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: return qel_detail::in_use(&v->data.arrayd);
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE: return qel_detail::in_use(&v->data.arrayx);
+    case QEL_XVAR_BYTES: return qel_detail::in_use(&v->data.array);
     default: return 0;
   }
 }
@@ -391,7 +391,7 @@ extern "C" QEL_API double qel_xvar_get_double(const qel_xvar *v, int64_t index) 
 // when length is negative).  Appends to a string array.
 extern "C" QEL_API void qel_xvar_add_string(qel_xvar *v, const char *str, int64_t length) {
   QEL_REQUIRE(v != nullptr);
-  if (!v->multi || v->type != kStr) return;
+  if (!v->multi || v->type != QEL_XVAR_BYTES) return;
   if (!resolve_string(str, length)) return;
   qel_array_append(&v->data.array, str, length, 0);
 }
@@ -400,7 +400,7 @@ extern "C" QEL_API void qel_xvar_add_string(qel_xvar *v, const char *str, int64_
 extern "C" QEL_API void qel_xvar_add_string_x(qel_xvar *v, const char *str, int64_t length, uint64_t **buf_out) {
   QEL_REQUIRE(v != nullptr);
   uint64_t *found = nullptr;
-  if (v->multi && v->type == kStr && resolve_string(str, length)) {
+  if (v->multi && v->type == QEL_XVAR_BYTES && resolve_string(str, length)) {
     qel_array_entry *e = qel_array_entry_insert(&v->data.array, str, length);
     if (e < v->data.array.entries + v->data.array.count) found = &e->buf;  // else refused
   }
@@ -410,7 +410,7 @@ extern "C" QEL_API void qel_xvar_add_string_x(qel_xvar *v, const char *str, int6
 // Requires: as qel_xvar_add_string.  Replaces the string (single) or entry index (array).
 extern "C" QEL_API void qel_xvar_set_string(qel_xvar *v, int64_t index, const char *str, int64_t length) {
   QEL_REQUIRE(v != nullptr);
-  if (!resolve_string(str, length) || v->type != kStr) return;
+  if (!resolve_string(str, length) || v->type != QEL_XVAR_BYTES) return;
   if (v->multi) {
     qel_array_set_at(&v->data.array, index, str, length, 0);
     return;
@@ -434,7 +434,7 @@ extern "C" QEL_API void qel_xvar_get_string(const qel_xvar *v, int64_t index, co
   QEL_REQUIRE(v != nullptr);
   const char *bytes = nullptr;
   int64_t length = 0;
-  if (v->type == kStr) {
+  if (v->type == QEL_XVAR_BYTES) {
     if (!v->multi) {
       bytes = v->data.single.value.string.bytes;
       length = v->data.single.value.string.length;

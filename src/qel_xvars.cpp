@@ -27,11 +27,11 @@ int64_t entry_count(const qel_arrayd_entry &e) { return static_cast<int64_t>(e.b
 // Requires a valid column set.  Values in data; 0 for codes without storage.
 int64_t data_count(const qel_xvars *xs) {
   switch (xs->type) {
-    case kU32:
-    case kF32: return xs->data.arrayd.count;
-    case kI64:
-    case kF64: return xs->data.arrayx.count;
-    case kStr: return xs->data.array.count;
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: return xs->data.arrayd.count;
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE: return xs->data.arrayx.count;
+    case QEL_XVAR_BYTES: return xs->data.array.count;
     default: return 0;
   }
 }
@@ -210,10 +210,10 @@ uint64_t *buf_of(const qel_xvars *xs, int64_t entry, int64_t pos) {
   const int64_t at = int64_t{e->value} + pos;
   if (at >= data_count(xs)) return nullptr;
   switch (xs->type) {
-    case kU32:
-    case kF32: return &xs->data.arrayd.entries[at].buf;
-    case kI64:
-    case kF64: return &xs->data.arrayx.entries[at].buf;
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: return &xs->data.arrayd.entries[at].buf;
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE: return &xs->data.arrayx.entries[at].buf;
     default: return &xs->data.array.entries[at].buf;
   }
 }
@@ -224,11 +224,11 @@ uint64_t *buf_of(const qel_xvars *xs, int64_t entry, int64_t pos) {
 void qel_xvars_init(qel_xvars *xs) {
   qel_arrayd_init(&xs->index, 0);
   switch (xs->type) {
-    case kU32:
-    case kF32: qel_arrayd_init(&xs->data.arrayd, 0); break;
-    case kI64:
-    case kF64: qel_arrayx_init(&xs->data.arrayx, 0); break;
-    case kStr: qel_array_init(&xs->data.array, 0); break;
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: qel_arrayd_init(&xs->data.arrayd, 0); break;
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE: qel_arrayx_init(&xs->data.arrayx, 0); break;
+    case QEL_XVAR_BYTES: qel_array_init(&xs->data.array, 0); break;
     default: break;
   }
 }
@@ -237,11 +237,11 @@ void qel_xvars_init(qel_xvars *xs) {
 void qel_xvars_free_x(qel_xvars *xs) {
   qel_arrayd_term(&xs->index);
   switch (xs->type) {
-    case kU32:
-    case kF32: qel_arrayd_term(&xs->data.arrayd); break;
-    case kI64:
-    case kF64: qel_arrayx_term(&xs->data.arrayx); break;
-    case kStr: qel_array_term(&xs->data.array); break;
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: qel_arrayd_term(&xs->data.arrayd); break;
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE: qel_arrayx_term(&xs->data.arrayx); break;
+    case QEL_XVAR_BYTES: qel_array_term(&xs->data.array); break;
     default: break;
   }
 }
@@ -285,11 +285,11 @@ extern "C" QEL_API void qel_xvars_shrink(qel_xvars *xs) {
   QEL_REQUIRE(xs != nullptr);
   qel_arrayd_remove_all(&xs->index);
   switch (xs->type) {
-    case kU32:
-    case kF32: qel_arrayd_remove_all(&xs->data.arrayd); break;
-    case kI64:
-    case kF64: qel_arrayx_remove_all(&xs->data.arrayx); break;
-    case kStr: qel_array_remove_all(&xs->data.array); break;
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: qel_arrayd_remove_all(&xs->data.arrayd); break;
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE: qel_arrayx_remove_all(&xs->data.arrayx); break;
+    case QEL_XVAR_BYTES: qel_array_remove_all(&xs->data.array); break;
     default: break;
   }
 }
@@ -320,10 +320,10 @@ extern "C" QEL_API void qel_xvars_add_var(qel_xvars *xs, const qel_xvar *x) {
   if (x->type != xs->type || x->multi != xs->multi || !has_storage(xs->type)) return;
   if (xs->multi) {
     switch (xs->type) {
-      case kU32:
-      case kF32: add_array(xs, xs->data.arrayd, x->data.arrayd, qel_arrayd_append_array); break;
-      case kI64:
-      case kF64: add_array(xs, xs->data.arrayx, x->data.arrayx, qel_arrayx_append_array); break;
+      case QEL_XVAR_UINT32:
+      case QEL_XVAR_FLOAT: add_array(xs, xs->data.arrayd, x->data.arrayd, qel_arrayd_append_array); break;
+      case QEL_XVAR_INT64:
+      case QEL_XVAR_DOUBLE: add_array(xs, xs->data.arrayx, x->data.arrayx, qel_arrayx_append_array); break;
       default: add_strings(xs, x->data.array); break;
     }
     return;
@@ -331,10 +331,12 @@ extern "C" QEL_API void qel_xvars_add_var(qel_xvars *xs, const qel_xvar *x) {
   const int64_t before = data_count(xs);
   if (!values_fit(before, 1)) return;
   switch (xs->type) {
-    case kU32:
-    case kF32: qel_detail::append(&xs->data.arrayd, x->data.single.value.bits32, 0); break;
-    case kI64:
-    case kF64: qel_detail::append(&xs->data.arrayx, static_cast<int64_t>(x->data.single.value.bits64), 0); break;
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: qel_detail::append(&xs->data.arrayd, x->data.single.value.bits32, 0); break;
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE:
+      qel_detail::append(&xs->data.arrayx, static_cast<int64_t>(x->data.single.value.bits64), 0);
+      break;
     default: {
       const qel_string &s = x->data.single.value.string;
       if (s.length < 0 || !bytes_fit(xs->data.array.pool.length, s.length)) return;
@@ -360,19 +362,19 @@ extern "C" QEL_API void qel_xvars_fetch_var(const qel_xvars *xs, int64_t entry, 
   if (s + n > data_count(xs)) return;
   if (xs->multi) {
     switch (xs->type) {
-      case kU32:
-      case kF32: fetch_array(xs->data.arrayd, s, n, x->data.arrayd, qel_arrayd_expand); break;
-      case kI64:
-      case kF64: fetch_array(xs->data.arrayx, s, n, x->data.arrayx, qel_arrayx_expand); break;
+      case QEL_XVAR_UINT32:
+      case QEL_XVAR_FLOAT: fetch_array(xs->data.arrayd, s, n, x->data.arrayd, qel_arrayd_expand); break;
+      case QEL_XVAR_INT64:
+      case QEL_XVAR_DOUBLE: fetch_array(xs->data.arrayx, s, n, x->data.arrayx, qel_arrayx_expand); break;
       default: fetch_strings(xs->data.array, s, n, x->data.array); break;
     }
     return;
   }
   switch (xs->type) {
-    case kU32:
-    case kF32: x->data.single.value.bits32 = xs->data.arrayd.entries[s].value; break;
-    case kI64:
-    case kF64: x->data.single.value.bits64 = static_cast<uint64_t>(xs->data.arrayx.entries[s].value); break;
+    case QEL_XVAR_UINT32:
+    case QEL_XVAR_FLOAT: x->data.single.value.bits32 = xs->data.arrayd.entries[s].value; break;
+    case QEL_XVAR_INT64:
+    case QEL_XVAR_DOUBLE: x->data.single.value.bits64 = static_cast<uint64_t>(xs->data.arrayx.entries[s].value); break;
     default: {
       const qel_array &a = xs->data.array;
       const qel_array_entry &v = a.entries[s];
@@ -455,7 +457,7 @@ extern "C" QEL_API double qel_xvars_get_double(const qel_xvars *xs, int64_t entr
 // len is negative).  Appends to the last or a new entry of a multi string column.
 extern "C" QEL_API void qel_xvars_add_string(qel_xvars *xs, int64_t entry, const char *str, int64_t len) {
   QEL_REQUIRE(xs != nullptr);
-  if (!xs->multi || xs->type != kStr) return;
+  if (!xs->multi || xs->type != QEL_XVAR_BYTES) return;
   const target where = add_target(xs, entry);
   if (where == target::none || !resolve_string(str, len)) return;
   qel_array &data = xs->data.array;
@@ -468,7 +470,7 @@ extern "C" QEL_API void qel_xvars_add_string(qel_xvars *xs, int64_t entry, const
 // Requires: as qel_xvars_add_string.  Replaces an existing string; its caller value becomes 0.
 extern "C" QEL_API void qel_xvars_set_string(qel_xvars *xs, int64_t entry, int64_t pos, const char *str, int64_t len) {
   QEL_REQUIRE(xs != nullptr);
-  if (!resolve_string(str, len) || xs->type != kStr) return;
+  if (!resolve_string(str, len) || xs->type != QEL_XVAR_BYTES) return;
   const int64_t at = locate(xs, entry, pos);
   if (at >= 0) qel_array_set_at(&xs->data.array, at, str, len, 0);
 }
@@ -480,7 +482,7 @@ extern "C" QEL_API void qel_xvars_get_string(const qel_xvars *xs, int64_t entry,
   QEL_REQUIRE(xs != nullptr);
   const char *bytes = nullptr;
   int64_t length = 0;
-  if (xs->type == kStr) {
+  if (xs->type == QEL_XVAR_BYTES) {
     const int64_t at = locate(xs, entry, pos);
     if (at >= 0) {
       const qel_array &a = xs->data.array;

@@ -12,19 +12,18 @@ namespace qel::arrow {
 namespace {
 
 using qel::light::has_storage;
-using qel::light::kStr;
 
 // Requires a light code 1 to 5 and the union of its arrays.
 template <typename Data>
 const void *light_array(uint32_t type, const Data &d) {
-  if (type == kStr) return &d.array;
+  if (type == QEL_XVAR_BYTES) return &d.array;
   if (qel::light::is_narrow(type)) return &d.arrayd;
   return &d.arrayx;
 }
 
 template <typename Data>
 int64_t light_count(uint32_t type, const Data &d) {
-  if (type == kStr) return qel_detail::in_use(&d.array);
+  if (type == QEL_XVAR_BYTES) return qel_detail::in_use(&d.array);
   if (qel::light::is_narrow(type)) return qel_detail::in_use(&d.arrayd);
   return qel_detail::in_use(&d.arrayx);
 }

@@ -14,41 +14,36 @@
 
 namespace qel::light {
 
-// Type codes of the light families.
-inline constexpr uint32_t kU32 = 1;
-inline constexpr uint32_t kI64 = 2;
-inline constexpr uint32_t kF32 = 3;
-inline constexpr uint32_t kF64 = 4;
-inline constexpr uint32_t kStr = 5;
-
-// Requires nothing.  Numbers: codes 1 to 4.
-constexpr bool is_number(uint32_t type) { return type >= kU32 && type <= kF64; }
-// Requires nothing.  Codes with storage: 1 to 5.
-constexpr bool has_storage(uint32_t type) { return type >= kU32 && type <= kStr; }
-// Requires nothing.  Codes 1 and 3 keep 32 bits (qel_arrayd); 2 and 4 keep 64 (qel_arrayx).
-constexpr bool is_narrow(uint32_t type) { return type == kU32 || type == kF32; }
+// Requires nothing.  Numbers: QEL_XVAR_UINT32 to QEL_XVAR_DOUBLE.
+constexpr bool is_number(uint32_t type) { return type >= QEL_XVAR_UINT32 && type <= QEL_XVAR_DOUBLE; }
+// Requires nothing.  Codes with storage: QEL_XVAR_UINT32 to QEL_XVAR_BYTES.
+constexpr bool has_storage(uint32_t type) { return type >= QEL_XVAR_UINT32 && type <= QEL_XVAR_BYTES; }
+// Requires nothing.  The 32-bit codes keep qel_arrayd entries; the 64-bit ones qel_arrayx.
+constexpr bool is_narrow(uint32_t type) { return type == QEL_XVAR_UINT32 || type == QEL_XVAR_FLOAT; }
 
 // ---- writing: caller kind -> stored bits ----
 
 // Requires a narrow code (1 or 3).  The 32 bits stored for a caller value.
 constexpr uint32_t to_bits32(uint32_t type, int64_t v) {
-  return type == kU32 ? conv::low32(v) : conv::float_bits(conv::to_float(v));
+  return type == QEL_XVAR_UINT32 ? conv::low32(v) : conv::float_bits(conv::to_float(v));
 }
 constexpr uint32_t to_bits32(uint32_t type, float v) {
-  return type == kU32 ? conv::low32(conv::truncate(v)) : conv::float_bits(v);
+  return type == QEL_XVAR_UINT32 ? conv::low32(conv::truncate(v)) : conv::float_bits(v);
 }
 constexpr uint32_t to_bits32(uint32_t type, double v) {
-  return type == kU32 ? conv::low32(conv::truncate(v)) : conv::float_bits(conv::to_float(v));
+  return type == QEL_XVAR_UINT32 ? conv::low32(conv::truncate(v)) : conv::float_bits(conv::to_float(v));
 }
 
 // Requires a wide code (2 or 4).  The 64 bits stored for a caller value.
 constexpr int64_t to_bits64(uint32_t type, int64_t v) {
-  return type == kI64 ? v : conv::double_bits(conv::to_double(v));
+  return type == QEL_XVAR_INT64 ? v : conv::double_bits(conv::to_double(v));
 }
 constexpr int64_t to_bits64(uint32_t type, float v) {
-  return type == kI64 ? conv::truncate(v) : conv::double_bits(static_cast<double>(v));
+  return type == QEL_XVAR_INT64 ? conv::truncate(v) : conv::double_bits(static_cast<double>(v));
 }
-constexpr int64_t to_bits64(uint32_t type, double v) { return type == kI64 ? conv::truncate(v) : conv::double_bits(v); }
+constexpr int64_t to_bits64(uint32_t type, double v) {
+  return type == QEL_XVAR_INT64 ? conv::truncate(v) : conv::double_bits(v);
+}
 
 // ---- reading: stored bits -> caller kind (R is int64_t, float or double) ----
 
@@ -56,7 +51,7 @@ constexpr int64_t to_bits64(uint32_t type, double v) { return type == kI64 ? con
 template <class R>
 constexpr R from_bits32(uint32_t type, uint32_t bits) {
   static_assert(std::is_same_v<R, int64_t> || std::is_same_v<R, float> || std::is_same_v<R, double>);
-  if (type == kU32) {
+  if (type == QEL_XVAR_UINT32) {
     if constexpr (std::is_same_v<R, int64_t>) return static_cast<int64_t>(bits);
     else if constexpr (std::is_same_v<R, float>) return conv::to_float(bits);
     else return static_cast<double>(bits);
@@ -71,7 +66,7 @@ constexpr R from_bits32(uint32_t type, uint32_t bits) {
 template <class R>
 constexpr R from_bits64(uint32_t type, int64_t bits) {
   static_assert(std::is_same_v<R, int64_t> || std::is_same_v<R, float> || std::is_same_v<R, double>);
-  if (type == kI64) {
+  if (type == QEL_XVAR_INT64) {
     if constexpr (std::is_same_v<R, int64_t>) return bits;
     else if constexpr (std::is_same_v<R, float>) return conv::to_float(bits);
     else return conv::to_double(bits);
@@ -117,9 +112,9 @@ constexpr bool bytes_fit(int64_t have, int64_t more) {
 static_assert(values_fit(0, kMaxValues) && !values_fit(1, kMaxValues) && !values_fit(kMaxValues, 1));
 static_assert(!values_fit(-1, 0) && !values_fit(0, -1));
 static_assert(bytes_fit(kMaxPoolBytes - 3, 3) && !bytes_fit(kMaxPoolBytes - 3, 4));
-static_assert(to_bits32(kU32, int64_t{-1}) == 0xFFFFFFFFu);
-static_assert(from_bits32<int64_t>(kU32, 0xFFFFFFFFu) == 4294967295);
-static_assert(to_bits32(kU32, -2.9) == 0xFFFFFFFEu);
+static_assert(to_bits32(QEL_XVAR_UINT32, int64_t{-1}) == 0xFFFFFFFFu);
+static_assert(from_bits32<int64_t>(QEL_XVAR_UINT32, 0xFFFFFFFFu) == 4294967295);
+static_assert(to_bits32(QEL_XVAR_UINT32, -2.9) == 0xFFFFFFFEu);
 
 }  // namespace qel::light
 
