@@ -90,19 +90,11 @@ inline void put64(qel_var *var, int64_t index, int64_t bits) {
 }
 
 // ---- the typed accessors, one dispatch per call ----
-// The dispatch tests the type code against the codes of each kind in a few
-// compares and predictable jumps (a switch here compiles to a jump table,
-// whose indirect jump costs more than the whole access).  The kind that
-// matches the caller's kind comes first, so its path is the shortest: a
-// double meets code 6 by one compare.
-
-constexpr uint32_t kCodes32 = (1u << 1) | (1u << 2) | (1u << 3) | (1u << 9);  // 32-bit integers
-constexpr uint32_t kCodeF32 = 1u << 5;
-constexpr uint32_t kCodeI64 = 1u << 4;
-constexpr uint32_t kCodeF64 = 1u << 6;
-
-// Requires nothing; the bit of a type code among codes 0..9, 0 for the others.
-inline uint32_t code_bit(uint32_t type) { return type <= 9 ? 1u << type : 0u; }
+// The dispatch finds the stored kind in a few compares and predictable jumps
+// (a switch here compiles to a jump table, whose indirect jump costs more
+// than the whole access).  The code that matches the caller's kind comes
+// first, so its path is the shortest: a double meets QEL_VAR_DOUBLE by one
+// compare; the other codes go through their storage class.
 
 // Tags naming the stored kind a dispatch found.
 struct u32_kind {};
@@ -112,21 +104,19 @@ struct f64_kind {};
 struct no_kind {};
 
 // Requires T int64_t, float or double and f callable with every tag; calls
-// f with the stored kind of a type code (no_kind for 0, 7, 8, 10 upward).
+// f with the stored kind of a type code (no_kind for strings and records).
 template <class T, class F>
 inline decltype(auto) by_kind(uint32_t type, F &&f) {
   if constexpr (std::is_same_v<T, double>) {
-    if (type == 6) return f(f64_kind{});
+    if (type == QEL_VAR_DOUBLE) return f(f64_kind{});
   } else if constexpr (std::is_same_v<T, float>) {
-    if (type == 5) return f(f32_kind{});
+    if (type == QEL_VAR_FLOAT) return f(f32_kind{});
   } else {
-    if (type - 1u < 3u) return f(u32_kind{});  // codes 1, 2, 3 (9 below)
+    if (type == QEL_VAR_UINT32) return f(u32_kind{});
   }
-  const uint32_t bit = code_bit(type);
-  if (bit & kCodes32) return f(u32_kind{});
-  if (bit & kCodeI64) return f(i64_kind{});
-  if (bit & kCodeF64) return f(f64_kind{});
-  if (bit & kCodeF32) return f(f32_kind{});
+  const storage cls = storage_of(type);
+  if (cls == storage::bits32) return type == QEL_VAR_FLOAT ? f(f32_kind{}) : f(u32_kind{});
+  if (cls == storage::bits64) return type == QEL_VAR_DOUBLE ? f(f64_kind{}) : f(i64_kind{});
   return f(no_kind{});
 }
 
@@ -175,7 +165,7 @@ template <class T>
 struct native;
 template <>
 struct native<double> {
-  static bool has(uint32_t type) { return type == 6; }
+  static bool has(uint32_t type) { return type == QEL_VAR_DOUBLE; }
   static qel_arrayx *array(qel_var *var) { return &var->data.arrayx; }
   static const qel_arrayx *array(const qel_var *var) { return &var->data.arrayx; }
   static int64_t bits(double d) { return to_f64(d); }
@@ -185,7 +175,7 @@ struct native<double> {
 };
 template <>
 struct native<float> {
-  static bool has(uint32_t type) { return type == 5; }
+  static bool has(uint32_t type) { return type == QEL_VAR_FLOAT; }
   static qel_arrayd *array(qel_var *var) { return &var->data.arrayd; }
   static const qel_arrayd *array(const qel_var *var) { return &var->data.arrayd; }
   static uint32_t bits(float f) { return to_f32(f); }
