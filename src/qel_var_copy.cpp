@@ -118,7 +118,7 @@ inline bool copy_single_value(qel_var *dst, const qel_var *src) {
 // How a record's members or elements are matched with the source's.
 enum class match : uint8_t {
   elements,   // record arrays: a new element per source element
-  places,     // dst took src's keys wholesale: its members are in the same places
+  places,     // dst took src's keys wholesale: member k is made in place k
   positions,  // dst has src's keys in src's order: member k to member k
   names,      // each source member looked up (or created) in dst by name
 };
@@ -188,12 +188,9 @@ class copier {
     if (members->priv_count == 0) return;
     if (into->priv_count == 0 && into->priv_block == nullptr && qel::members_clonable(members)) {
       // Every member is new to dst: its hash takes src's keys wholesale, and
-      // each member is made in place as it would be on its own.
-      qel_var *places = qel::members_clone_shape(into, members);
-      for (uint32_t k = 0; k < members->priv_count; ++k) {
-        const auto *from = static_cast<const qel_var *>(members->priv_entries[k].value);
-        init(qel::var_at(&places[k], from->type, from->multi, from->schema));
-      }
+      // each member is made in its place, as it would be on its own, when its
+      // turn comes.
+      qel::members_clone_shape(into, members);
       return stack_.push({dst, src, 0, match::places});
     }
     const bool positions = !(members->priv_flags & qel_detail::kHashDuplicates) && same_shape(into, members);
@@ -229,6 +226,7 @@ class copier {
       if (from == nullptr) continue;
       qel_var *to = how != match::names ? static_cast<qel_var *>(dst->data.members.priv_entries[k].value)
                                         : member_named(dst, members->key_pool + e.key_offset, e.key_length, from);
+      if (how == match::places) init(qel::var_at(to, from->type, from->multi, from->schema));
       if (to == nullptr || copy_single_value(to, from)) continue;  // NULL: the hash is full
       f.next = k + 1;
       copy_node(to, from);

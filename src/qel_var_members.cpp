@@ -166,13 +166,16 @@ void list_children(release_list &list, qel_var *var, bool block_stays) {
     if (m == nullptr) continue;
     members->priv_entries[k].value = nullptr;
     const bool in_place = reinterpret_cast<uintptr_t>(m) - first < bytes;
-    if (qel::storage_of(m->type) != qel::storage::record) {
-      qel_var_free_x(m);  // the common leaf, released here
-      if (!in_place) qel_free(m);
-      else if (block_stays) mark_released(m);
-    } else {
+    const qel::storage cls = qel::storage_of(m->type);
+    if (cls == qel::storage::record) {
       list.take(m, in_place ? place : 0);
+      continue;
     }
+    // The common leaf, released here; a single number holds nothing to
+    // release, and its value goes with its place.
+    if (m->multi != 0 || cls == qel::storage::bytes) qel_var_free_x(m);
+    if (!in_place) qel_free(m);
+    else if (block_stays) mark_released(m);
   }
 }
 
