@@ -8,7 +8,8 @@
 // The rules modelled: reads outside 0..count-1 give 0 (qel_array: NULL, 0,
 // tag 0) and writes there do nothing; entries gained by growth are zero and
 // entries cut off by a direct write of `count` stay until the next change;
-// entry_insert gives the lowest equal entry or a new one with buf 0; qsort
+// entry_insert gives the lowest equal entry or a new one with buf 0, also
+// after values written directly and expand(0); qsort
 // nonzero ascending, 0 descending, entries move whole; find and bfind (on an
 // ascending array) give the lowest index; a hash key inserted again reuses
 // its newest entry when that entry's value is NULL, walks run in insertion
@@ -259,6 +260,17 @@ void array_op(Reader &r, Model<T> &x, Model<T> &other) {
       break;
     }
     case 14: {  // direct write of an entry's buf below the capacity; strings: update_at of the tag, any index
+      if constexpr (!str) {
+        if (a.capacity != 0 && r.u8() < 96) {  // or of a value, then expand(0) as qel_std.h asks after such writes
+          const int64_t i = m.count > 0 && r.flag() ? r.u8() % m.count : r.u16() % a.capacity;
+          const uint64_t v = value(t);
+          a.entries[i].value = static_cast<decltype(a.entries[i].value)>(v);
+          T::expand(&a, 0);
+          if (m.at(i).st != St::unknown) m.at(i) = Slot{St::known, v, {}, m.at(i).buf};
+          m.sorted = m.sorted && i >= m.count;
+          break;
+        }
+      }
       if constexpr (str) {
         if (r.flag()) {
           const int64_t i = fz::pick_index(r, m.count);

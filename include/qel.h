@@ -374,7 +374,10 @@ QEL_API void qel_var_trim(qel_var *var);
  * 32-bit integers and code 4 as signed 64-bit integers (stable), codes 7 and 8
  * bytewise with a shorter prefix first (stable); floats and doubles (5, 6)
  * compare as numbers by the library's quicksort, which is not stable and
- * leaves NaNs where its steps put them. Single variants and records: nothing.
+ * leaves NaNs where its steps put them. That order is fixed, and so is the
+ * quicksort's worst case: quadratic time for input built against its median
+ * of three pivot (seconds for 10^5 values), n log n otherwise. Single
+ * variants and records: nothing.
  */
 QEL_API void qel_var_qsort(qel_var *var, int flag);
 

@@ -196,7 +196,8 @@ QEL_API void qel_arrayd_set_at(qel_arrayd *a, int64_t index, uint32_t value, uin
 
 /* The lowest index whose value has exactly these bits, or -1: the linear
  * search's answer, found in O(1) through the keyed-insert index while it
- * describes the entries in use (a value put in by entry_insert).
+ * describes the entries in use (a value put in by entry_insert; see there for
+ * values written into entries directly).
  */
 QEL_API int64_t qel_arrayd_find_index(const qel_arrayd *a, uint32_t value);
 
@@ -206,12 +207,18 @@ QEL_API int64_t qel_arrayd_find_index(const qel_arrayd *a, uint32_t value);
 QEL_API int64_t qel_arrayd_bfind_index(const qel_arrayd *a, uint32_t value);
 
 /* The entry holding `value` (the lowest such), appended with caller value 0
- * when absent; never NULL. Expected O(1) through an index the array keeps. The
- * pointer is valid until the array next changes size or is sorted. The index
- * follows every change made through these functions; after entries were
- * rewritten directly (count lowered, entries written, count raised again) it
- * rebuilds itself on the first lookup that meets a rewritten entry, but a
- * value written that way and inserted before then is appended once more.
+ * when absent; never NULL. Expected O(1) through an index the array keeps,
+ * for any values, even ones chosen against it: the index places them by a
+ * hash under a secret key of its own. The pointer is valid until the array
+ * next changes size or is sorted. The index follows every change made through
+ * these functions, and starts afresh when it finds the count changed. Values
+ * written into entries directly while the count ends up as it was (count
+ * lowered, entries written, count raised again) it cannot see: it rebuilds
+ * itself on the first lookup that meets an entry no longer holding what it
+ * recorded, but until then a value written that way may be appended once
+ * more, and a value also written below its recorded entry is still answered
+ * with the recorded one (here and by find_index). After such writes, call
+ * qel_arrayd_expand (any n) to start the index afresh.
  */
 QEL_API qel_arrayd_entry *qel_arrayd_entry_insert(qel_arrayd *a, uint32_t value);
 
@@ -270,7 +277,8 @@ QEL_API void qel_arrayx_set_at(qel_arrayx *a, int64_t index, int64_t value, uint
 
 /* The lowest index whose value has exactly these bits, or -1: the linear
  * search's answer, found in O(1) through the keyed-insert index while it
- * describes the entries in use (a value put in by entry_insert).
+ * describes the entries in use (a value put in by entry_insert; see there for
+ * values written into entries directly).
  */
 QEL_API int64_t qel_arrayx_find_index(const qel_arrayx *a, int64_t value);
 
@@ -280,12 +288,18 @@ QEL_API int64_t qel_arrayx_find_index(const qel_arrayx *a, int64_t value);
 QEL_API int64_t qel_arrayx_bfind_index(const qel_arrayx *a, int64_t value);
 
 /* The entry holding `value` (the lowest such), appended with caller value 0
- * when absent; never NULL. Expected O(1) through an index the array keeps. The
- * pointer is valid until the array next changes size or is sorted. The index
- * follows every change made through these functions; after entries were
- * rewritten directly (count lowered, entries written, count raised again) it
- * rebuilds itself on the first lookup that meets a rewritten entry, but a
- * value written that way and inserted before then is appended once more.
+ * when absent; never NULL. Expected O(1) through an index the array keeps,
+ * for any values, even ones chosen against it: the index places them by a
+ * hash under a secret key of its own. The pointer is valid until the array
+ * next changes size or is sorted. The index follows every change made through
+ * these functions, and starts afresh when it finds the count changed. Values
+ * written into entries directly while the count ends up as it was (count
+ * lowered, entries written, count raised again) it cannot see: it rebuilds
+ * itself on the first lookup that meets an entry no longer holding what it
+ * recorded, but until then a value written that way may be appended once
+ * more, and a value also written below its recorded entry is still answered
+ * with the recorded one (here and by find_index). After such writes, call
+ * qel_arrayx_expand (any n) to start the index afresh.
  */
 QEL_API qel_arrayx_entry *qel_arrayx_entry_insert(qel_arrayx *a, int64_t value);
 
@@ -357,7 +371,8 @@ QEL_API void qel_array_update_at(qel_array *a, int64_t index, uint32_t tag);
 
 /* The lowest index holding exactly these `length` bytes, or -1 (always for a
  * negative length): the linear search's answer, found in O(1) through the
- * keyed-insert index while it describes the entries in use.
+ * keyed-insert index while it describes the entries in use (see
+ * qel_arrayd_entry_insert for entries written directly).
  */
 QEL_API int64_t qel_array_find_index(const qel_array *a, const char *bytes, int64_t length);
 
@@ -367,8 +382,10 @@ QEL_API int64_t qel_array_find_index(const qel_array *a, const char *bytes, int6
 QEL_API int64_t qel_array_bfind_index(const qel_array *a, const char *bytes, int64_t length);
 
 /* The entry holding exactly these bytes (the lowest such), appended with
- * caller value 0 when absent; never NULL, expected O(1). Directly rewritten
- * entries are met as by qel_arrayd_entry_insert. For a string the array cannot
+ * caller value 0 when absent; never NULL, expected O(1) for any strings, even
+ * ones chosen against the index (a hash under its own secret key). Directly
+ * rewritten entries are met as by qel_arrayd_entry_insert (an entry is
+ * rewritten when its bytes no longer hash as recorded). For a string the array cannot
  * take (negative length, NULL bytes with a positive length, a full pool)
  * nothing is stored and the result is the entry just past the count, left as
  * it was (tell it apart by its position). The pointer is valid until the array

@@ -27,13 +27,16 @@ const char kEmpty[1] = {0};
 // ---------------------------------------------------------------- string index
 // Slots are two words: the string's 64-bit hash and its position + 1.
 
-// What slookup_find gives when a slot of the string's hash names an entry
-// holding other bytes: with 64-bit hashes that means entries were rewritten
-// behind the index's back, far more likely than a collision.
+// What slookup_find gives for a string it does not find when on the way it
+// met an entry whose bytes no longer hash to what its slot holds: entries
+// were rewritten behind the index's back, which a rebuild puts right.
 constexpr int64_t kStale = -2;
 
-// Requires a string index over a's entries; position of the string, -1 when
-// absent, or kStale.
+// Requires a string index over a's entries and h the string's shash;
+// position of the string, -1 when absent, or kStale.  A slot of the same
+// hash naming other bytes is probed past: under the index's secret key such
+// collisions are rare and cannot be chosen, and only a rewritten entry (its
+// bytes hashed again differ from the slot) makes the index stale.
 int64_t slookup_find(const lookup *lk, const qel_array *a, uint64_t h, const char *p, size_t n) {
   const uint64_t *s = lookup_slots(lk);
   uint64_t i = h & lk->mask;
@@ -44,7 +47,7 @@ int64_t slookup_find(const lookup *lk, const qel_array *a, uint64_t h, const cha
     if (s[2 * i] == h) {
       view v = entry_view(a, a->entries[pos1 - 1]);
       if (v.n == n && qel_detail::same_bytes(v.p, p, n)) return static_cast<int64_t>(pos1 - 1);
-      result = kStale;
+      if (qel_detail::shash(lk, v.p, v.n) != h) result = kStale;
     }
     i = (i + 1) & lk->mask;
   }
@@ -62,7 +65,7 @@ void slookup_place(lookup *lk, uint64_t h, int64_t pos) {
 
 // Requires a string index; the same contents in a table twice the size.
 lookup *slookup_grow(lookup *lk) {
-  lookup *bigger = qel_detail::make_lookup(2 * (lk->mask + 1), 2);
+  lookup *bigger = qel_detail::make_lookup(2 * (lk->mask + 1), &lk->key);
   const uint64_t *s = lookup_slots(lk);
   for (uint64_t i = 0; i <= lk->mask; i++)
     if (s[2 * i + 1] != 0) slookup_place(bigger, s[2 * i], static_cast<int64_t>(s[2 * i + 1] - 1));
@@ -74,7 +77,7 @@ lookup *slookup_grow(lookup *lk) {
 // Requires an index over entries 0..pos-1 of a; extends it by entry pos.
 lookup *slookup_add(lookup *lk, const qel_array *a, int64_t pos) {
   view v = entry_view(a, a->entries[pos]);
-  uint64_t h = qel_detail::hash_bytes(v.p, v.n);
+  const uint64_t h = qel_detail::shash(lk, v.p, v.n);
   if (slookup_find(lk, a, h, v.p, v.n) < 0) {  // a true collision gets its own slot
     if (2 * (lk->used + 1) > lk->mask + 1) lk = slookup_grow(lk);
     slookup_place(lk, h, pos);
@@ -90,7 +93,7 @@ lookup *valid_lookup(qel_array *a) {
   auto *lk = static_cast<lookup *>(a->priv_lookup);
   if (lk != nullptr && lk->count == n) return lk;
   qel_detail::drop_lookup(a);
-  lk = qel_detail::make_lookup(qel_detail::slots_for(n), 2);
+  lk = qel_detail::make_lookup(qel_detail::slots_for(n), nullptr);
   for (int64_t i = 0; i < n; i++) lk = slookup_add(lk, a, i);
   lk->count = n;
   a->priv_lookup = lk;
@@ -376,7 +379,7 @@ extern "C" QEL_API int64_t qel_array_find_index(const qel_array *a, const char *
       const view v = entry_view(a, a->entries[last]);
       if (v.n == len && qel_detail::same_bytes(v.p, bytes, len)) return last;
     }
-    const int64_t pos = slookup_find(lk, a, qel_detail::hash_bytes(bytes, len), bytes, len);
+    const int64_t pos = slookup_find(lk, a, qel_detail::shash(lk, bytes, len), bytes, len);
     if (pos >= 0) return pos;
   }
   for (int64_t i = 0; i < n; i++) {
@@ -394,11 +397,12 @@ extern "C" QEL_API int64_t qel_array_find_index(const qel_array *a, const char *
 extern "C" QEL_API qel_array_entry *qel_array_entry_insert(qel_array *a, const char *bytes, int64_t length) {
   if (qel_detail::storable(bytes, length)) {
     const auto len = static_cast<size_t>(length);
-    const uint64_t h = qel_detail::hash_bytes(bytes, len);
-    int64_t pos = slookup_find(valid_lookup(a), a, h, bytes, len);
-    if (pos == kStale) {
+    const lookup *lk = valid_lookup(a);
+    int64_t pos = slookup_find(lk, a, qel_detail::shash(lk, bytes, len), bytes, len);
+    if (pos == kStale) {  // rebuilt under a new key: hashed again
       qel_detail::drop_lookup(a);
-      pos = slookup_find(valid_lookup(a), a, h, bytes, len);
+      lk = valid_lookup(a);
+      pos = slookup_find(lk, a, qel_detail::shash(lk, bytes, len), bytes, len);
     }
     if (pos < 0) {
       const int64_t n = in_use(a);

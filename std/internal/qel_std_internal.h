@@ -22,6 +22,7 @@
 #include <cstring>
 
 #include <malloc.h>
+#include <sys/auxv.h>
 
 #pragma GCC visibility push(hidden)
 
@@ -146,17 +147,65 @@ inline bool same_bytes(const char *a, const char *b, size_t n) {
   return n == 0 || load_short(a, n) == load_short(b, n);
 }
 
-// Requires n readable bytes at p (p may be NULL when n is 0); hash of them.
-inline uint64_t hash_bytes(const char *p, size_t n) {
-  uint64_t h = 0x243f6a8885a308d3ULL ^ (static_cast<uint64_t>(n) * 0x9e3779b97f4a7c15ULL);
-  while (n >= 8) {
-    h = (h ^ load64(p)) * 0xbf58476d1ce4e5b9ULL;
-    h ^= h >> 31;
-    p += 8;
-    n -= 8;
+// Requires nothing; the high and low halves of the 128-bit product folded
+// into one word.  Not invertible, and with a secret in both factors no
+// difference in the inputs gives a known difference in the result.
+inline uint64_t fold(uint64_t a, uint64_t b) {
+  const unsigned __int128 r = static_cast<unsigned __int128>(a) * b;
+  return static_cast<uint64_t>(r) ^ static_cast<uint64_t>(r >> 64);
+}
+
+// The two secret words of a keyed byte hash.
+struct hash_key {
+  uint64_t k0;  // starts the chain, with the length
+  uint64_t k1;  // masks the first word of every 16-byte block
+};
+
+// The fixed key of the hash of qel_hash, which has no room for a key of its
+// own: its keys are member names, which the program chooses.
+inline constexpr hash_key kFixedKey = {0x243f6a8885a308d3ULL, 0x13198a2e03707344ULL};
+
+// Requires n readable bytes at p (p may be NULL when n is 0); their hash
+// under key.  Each 16-byte block is one folded product of its two words,
+// each masked by a secret (the second by the chain so far), so no word can
+// cancel another without the key; the length starts the chain, and a full
+// mix spreads the last product over the bits the tables place by.
+inline uint64_t hash_bytes(const char *p, size_t n, const hash_key &key) {
+  uint64_t s = key.k0 ^ (static_cast<uint64_t>(n) * 0x9e3779b97f4a7c15ULL);
+  uint64_t a = 0;
+  uint64_t b = 0;
+  if (n > 16) {
+    const char *end = p + n;
+    do {
+      s = fold(load64(p) ^ key.k1, load64(p + 8) ^ s);
+      p += 16;
+    } while (end - p > 16);
+    a = load64(end - 16);  // the last 16 bytes, overlapping the last block
+    b = load64(end - 8);
+  } else if (n >= 8) {
+    a = load64(p);
+    b = load64(p + n - 8);
+  } else if (n != 0) {
+    a = load_short(p, n);
   }
-  if (n != 0) h = (h ^ load_short(p, n)) * 0x94d049bb133111ebULL;
-  return mix64(h);
+  return mix64(fold(a ^ key.k1, b ^ s));
+}
+
+// Requires a place that differs between containers (an address the
+// container owns); a secret hash key for it.  The process's 16 random bytes
+// from the kernel (AT_RANDOM, read afresh: no state is kept) are folded with
+// the address and with one on the stack (laid out anew in every process), so
+// keys differ between containers and processes and cannot be computed from
+// outside; the random bytes themselves cannot be recovered from a key.
+inline hash_key draw_key(const void *place) {
+  uint64_t secret[2] = {0x452821e638d01377ULL, 0xbe5466cf34e90c6cULL};
+  if (const unsigned long at = getauxval(AT_RANDOM); at != 0)
+    std::memcpy(secret, reinterpret_cast<const void *>(at), sizeof secret);
+  const uint64_t local = reinterpret_cast<uintptr_t>(&secret);
+  const uint64_t where = mix64(reinterpret_cast<uintptr_t>(place) ^ (local << 1));
+  const uint64_t k0 = mix64(fold(secret[0] ^ where, secret[1] ^ 0xc0ac29b7c97c50ddULL));
+  const uint64_t k1 = mix64(fold(secret[1] ^ where, secret[0] ^ 0x3f84d5b5b5470917ULL));
+  return hash_key{k0, k1};
 }
 
 // ---------------------------------------------------------------- keyed-insert index
@@ -164,14 +213,17 @@ inline uint64_t hash_bytes(const char *p, size_t n) {
 // Header of an index block; the slot table follows it in the same block.
 // Slots are two words.  Integer arrays: the value's key word and position + 1
 // (0 = empty), so a probe compares in the table and never reads the entries.
-// String arrays: the string's hash and position + 1.
+// String arrays: the string's hash and position + 1.  Slots are placed by a
+// hash under the index's own secret key, drawn when the index is first made
+// and kept while it grows, so no caller can choose values or strings that
+// crowd one run of slots.
 struct lookup {
   int64_t count;  // the array count this index describes
   uint64_t mask;  // slots - 1 (slots is a power of two)
   uint64_t used;  // occupied slots
-  uint64_t words_per_slot;
-  int64_t last;  // position the last keyed insert found, or -1: the find that
-                 // usually follows it (a count by key) needs no probe
+  hash_key key;   // secret key of the slot hash
+  int64_t last;   // position the last keyed insert found, or -1: the find that
+                  // usually follows it (a count by key) needs no probe
 };
 
 // Requires a block from make_lookup; its slot words.
@@ -186,17 +238,27 @@ inline uint64_t slots_for(int64_t n) {
   return slots;
 }
 
-// Requires slots a power of two; an empty index of that many slots.
-inline lookup *make_lookup(uint64_t slots, uint64_t words_per_slot) {
-  auto *lk =
-      static_cast<lookup *>(xcalloc(sizeof(lookup) + static_cast<size_t>(slots * words_per_slot) * sizeof(uint64_t)));
+// Requires slots a power of two, and the key of the index it grows from (NULL
+// for a new index); an empty index of that many slots, with that key or a
+// fresh one.
+inline lookup *make_lookup(uint64_t slots, const hash_key *key) {
+  auto *lk = static_cast<lookup *>(xcalloc(sizeof(lookup) + static_cast<size_t>(slots) * 2 * sizeof(uint64_t)));
   lk->count = 0;
   lk->mask = slots - 1;
   lk->used = 0;
-  lk->words_per_slot = words_per_slot;
+  lk->key = key != nullptr ? *key : draw_key(lk);
   lk->last = -1;
   return lk;
 }
+
+// Requires an integer index; the home slot of a key word.  The key goes
+// through the full mix masked by the index's secret, so the values that
+// share a home (or a run of homes) depend on a key no caller knows.
+inline uint64_t ihome(const lookup *lk, uint64_t key) { return mix64(key ^ lk->key.k0) & lk->mask; }
+
+// Requires a string index, n readable bytes at p; their hash (stored in the
+// slots) under the index's key.
+inline uint64_t shash(const lookup *lk, const char *p, size_t n) { return hash_bytes(p, n, lk->key); }
 
 // Requires nothing; frees the index and leaves NULL.
 inline void drop_lookup_field(void **field) {
@@ -216,7 +278,7 @@ inline uint64_t value_key(const qel_arrayx_entry &e) { return static_cast<uint64
 // Requires an integer index; position of key, or -1.
 inline int64_t ilookup_find(const lookup *lk, uint64_t key) {
   const uint64_t *s = lookup_slots(lk);
-  uint64_t i = mix64(key) & lk->mask;
+  uint64_t i = ihome(lk, key);
   for (;;) {
     uint64_t v = s[2 * i + 1];
     if (v == 0) return -1;
@@ -228,7 +290,7 @@ inline int64_t ilookup_find(const lookup *lk, uint64_t key) {
 // Requires an integer index with a free slot and key absent; records pos.
 inline void ilookup_place(lookup *lk, uint64_t key, int64_t pos) {
   uint64_t *s = lookup_slots(lk);
-  uint64_t i = mix64(key) & lk->mask;
+  uint64_t i = ihome(lk, key);
   while (s[2 * i + 1] != 0) i = (i + 1) & lk->mask;
   s[2 * i] = key;
   s[2 * i + 1] = static_cast<uint64_t>(pos) + 1;
@@ -240,7 +302,7 @@ inline void ilookup_place(lookup *lk, uint64_t key, int64_t pos) {
 // fewer times while the table is small enough for the room not to matter.
 [[gnu::noinline]] inline lookup *ilookup_grow(lookup *lk) {
   const uint64_t slots = lk->mask + 1;
-  lookup *bigger = make_lookup(slots < (uint64_t{1} << 20) ? 4 * slots : 2 * slots, 2);
+  lookup *bigger = make_lookup(slots < (uint64_t{1} << 20) ? 4 * slots : 2 * slots, &lk->key);
   const uint64_t *s = lookup_slots(lk);
   for (uint64_t i = 0; i <= lk->mask; i++)
     if (s[2 * i + 1] != 0) ilookup_place(bigger, s[2 * i], static_cast<int64_t>(s[2 * i + 1] - 1));
@@ -265,7 +327,7 @@ inline lookup *ilookup_add(lookup *lk, const Entry *entries, int64_t pos) {
 // Requires n entries in use; a fresh index of them (lowest position wins).
 template <typename Entry>
 [[gnu::noinline]] inline lookup *ilookup_build(const Entry *entries, int64_t n) {
-  lookup *lk = make_lookup(slots_for(n), 2);
+  lookup *lk = make_lookup(slots_for(n), nullptr);
   for (int64_t i = 0; i < n; i++) {
     uint64_t key = value_key(entries[i]);
     if (ilookup_find(lk, key) < 0) ilookup_place(lk, key, i);
@@ -422,7 +484,7 @@ inline auto *entry_insert(A *a, V value) {
     lk = rebuild_lookup(a, n);
   const uint64_t key = static_cast<uint64_t>(value);
   uint64_t *s = lookup_slots(lk);
-  uint64_t i = mix64(key) & lk->mask;
+  uint64_t i = ihome(lk, key);
   for (uint64_t v; (v = s[2 * i + 1]) != 0; i = (i + 1) & lk->mask)
     if (s[2 * i] == key) {
       auto *e = &a->entries[v - 1];
@@ -465,7 +527,7 @@ template <typename A, typename V>
 inline auto probe_entry(const A *a, const lookup *lk, V value) -> decltype(a->entries) {
   const uint64_t key = static_cast<uint64_t>(value);
   const uint64_t *s = lookup_slots(lk);
-  for (uint64_t i = mix64(key) & lk->mask;; i = (i + 1) & lk->mask) {
+  for (uint64_t i = ihome(lk, key);; i = (i + 1) & lk->mask) {
     const uint64_t v = s[2 * i + 1];
     if (v == 0) return nullptr;
     if (s[2 * i] == key) {
@@ -594,7 +656,7 @@ inline constexpr uint32_t kHashDuplicates = 2;  // some key has more than one en
 
 // The 32 hash bits that a hash entry stores and its slots are placed by.
 inline uint32_t key_hash(const char *key, size_t length) {
-  return static_cast<uint32_t>(hash_bytes(key, length) >> 32);
+  return static_cast<uint32_t>(hash_bytes(key, length, kFixedKey) >> 32);
 }
 
 // Requires an initialised hash, length readable bytes at key and hv their
