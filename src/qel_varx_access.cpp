@@ -54,10 +54,10 @@ uint64_t insert32(qel_var *var, uint32_t key) { return qel_detail::entry_insert(
 // Requires a multi variant; keyed insert of a 64-bit key, its caller value.
 uint64_t insert64(qel_var *var, int64_t key) { return qel_detail::entry_insert(&var->data.arrayx, key)->buf; }
 
-// The keyed adders try first the hit of a key already present, for the codes
-// of the caller kind's own kind (integer: 1 to 3, float: 5, double: 6),
-// through the index alone: no frame, no call.  Everything else is the full
-// dispatch of the *_any steps.
+// The keyed adders go straight to the keyed insert's common cases for the
+// codes of the caller kind's own kind (integer: 1 to 3, float: 5, double: 6):
+// one probe finds the key or the slot a new one takes, with no frame and no
+// call.  Everything else is the full dispatch of the *_any steps.
 
 // Requires a variant; inserts the converted value unless present, and gives
 // the caller value of its entry (0 when nothing was done).
@@ -185,8 +185,7 @@ QEL_API void qel_var_trim(qel_var *var) {
 // the caller value of its entry (0 when nothing was done).
 QEL_API uint64_t qel_var_add_integer_x(qel_var *var, int64_t value) {
   if (var->type - 1u < 3u && var->multi != 0) [[likely]]
-    if (const qel_arrayd_entry *e = qel_detail::indexed_entry_noted(&var->data.arrayd, conv::low32(value)))
-      return e->buf;
+    if (const auto *e = qel_detail::insert_fast(&var->data.arrayd, conv::low32(value))) return e->buf;
   return add_integer_x_any(var, value);
 }
 
@@ -196,16 +195,14 @@ QEL_API uint64_t qel_var_add_long_x(qel_var *var, int64_t value) { return qel_va
 // Requires a variant; as qel_var_add_integer_x for a float.
 QEL_API uint64_t qel_var_add_float_x(qel_var *var, float value) {
   if (var->type == 5 && var->multi != 0) [[likely]]
-    if (const qel_arrayd_entry *e = qel_detail::indexed_entry_noted(&var->data.arrayd, conv::float_bits(value)))
-      return e->buf;
+    if (const auto *e = qel_detail::insert_fast(&var->data.arrayd, conv::float_bits(value))) return e->buf;
   return add_float_x_any(var, value);
 }
 
 // Requires a variant; as qel_var_add_integer_x for a double.
 QEL_API uint64_t qel_var_add_double_x(qel_var *var, double value) {
   if (var->type == 6 && var->multi != 0) [[likely]]
-    if (const qel_arrayx_entry *e = qel_detail::indexed_entry_noted(&var->data.arrayx, conv::double_bits(value)))
-      return e->buf;
+    if (const auto *e = qel_detail::insert_fast(&var->data.arrayx, conv::double_bits(value))) return e->buf;
   return add_double_x_any(var, value);
 }
 

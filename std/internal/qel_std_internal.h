@@ -466,56 +466,75 @@ template <typename A>
   return lk;
 }
 
+// Requires an initialised array; entry_insert's common cases with no call
+// (so a caller's fast path needs no frame): a value the current index names
+// and the named entry holds, or a new value with room for it in the entries
+// and in the index.  NULL, and no change, for anything else (no current
+// index, a stale one, growth): entry_insert's full path then takes it.
 template <typename A, typename V>
-auto *entry_insert_rebuilt(A *a, V value);
-
-// Requires an initialised array; the entry holding value (lowest position),
-// appended with buf 0 when absent.  Expected O(1) through the index, with one
-// probe sequence: where it ends on an empty slot is where a new value goes.
-// A hit is confirmed by the entry it names: entries rewritten directly while
-// out of use (count lowered, written, raised again) make the index stale,
-// and the first mismatch rebuilds it.
-template <typename A, typename V>
-inline auto *entry_insert(A *a, V value) {
-  const int64_t n = in_use(a);
-  a->count = n;
+inline auto insert_fast(A *a, V value) -> decltype(a->entries) {
   auto *lk = static_cast<lookup *>(a->priv_lookup);
-  if (lk == nullptr || lk->count != n) [[unlikely]]
-    lk = rebuild_lookup(a, n);
+  const int64_t n = a->count;
+  if (lk == nullptr || lk->count != n) return nullptr;  // its count lies within 0..capacity
   const uint64_t key = static_cast<uint64_t>(value);
   uint64_t *s = lookup_slots(lk);
   uint64_t i = ihome(lk, key);
   for (uint64_t v; (v = s[2 * i + 1]) != 0; i = (i + 1) & lk->mask)
     if (s[2 * i] == key) {
-      auto *e = &a->entries[v - 1];
-      if (value_key(*e) == key) [[likely]]
-        return e;
-      return entry_insert_rebuilt(a, value);
+      if (a->entries[v - 1].value != value) return nullptr;
+      lk->last = static_cast<int64_t>(v - 1);
+      return &a->entries[v - 1];
     }
-  if (n == a->capacity) [[unlikely]]
-    prepare_append(a);
+  if (n == a->capacity || 2 * (lk->used + 1) > lk->mask + 1) return nullptr;
   a->entries[n].value = value;
   a->entries[n].buf = 0;
   a->count = n + 1;
-  if (2 * (lk->used + 1) > lk->mask + 1) [[unlikely]] {
-    lk = ilookup_grow(lk);
-    a->priv_lookup = lk;
-    ilookup_place(lk, key, n);
-  } else {
-    s[2 * i] = key;
-    s[2 * i + 1] = static_cast<uint64_t>(n) + 1;
-    lk->used++;
-  }
+  s[2 * i] = key;
+  s[2 * i + 1] = static_cast<uint64_t>(n) + 1;
+  lk->used++;
   lk->count = n + 1;
+  lk->last = n;
   return &a->entries[n];
 }
 
-// Requires an initialised array whose index named an entry not holding its
-// key; entry_insert over a fresh index (whose hits always hold their key).
+// Requires an initialised array; entry_insert's full path: a fresh index when
+// there is none or it describes another count, or when the entry it names
+// no longer holds its value (entries rewritten directly while out of use:
+// count lowered, written, raised again); room made for a new value.
 template <typename A, typename V>
-[[gnu::noinline]] auto *entry_insert_rebuilt(A *a, V value) {
-  rebuild_lookup(a, in_use(a));
-  return entry_insert(a, value);
+[[gnu::noinline]] auto entry_insert_full(A *a, V value) -> decltype(a->entries) {
+  const int64_t n = in_use(a);
+  a->count = n;
+  auto *lk = static_cast<lookup *>(a->priv_lookup);
+  if (lk == nullptr || lk->count != n) lk = rebuild_lookup(a, n);
+  const uint64_t key = static_cast<uint64_t>(value);
+  const int64_t at = ilookup_find(lk, key);
+  if (at >= 0 && value_key(a->entries[at]) != key) lk = rebuild_lookup(a, n);
+  if (auto *e = insert_fast(a, value)) return e;  // a fresh index names only entries holding their values
+  if (n == a->capacity) prepare_append(a);
+  a->entries[n].value = value;
+  a->entries[n].buf = 0;
+  a->count = n + 1;
+  if (2 * (lk->used + 1) > lk->mask + 1) {
+    lk = ilookup_grow(lk);
+    a->priv_lookup = lk;
+  }
+  ilookup_place(lk, key, n);
+  lk->count = n + 1;
+  lk->last = n;
+  return &a->entries[n];
+}
+
+// Requires an initialised array; the entry holding value (lowest position),
+// appended with buf 0 when absent, and noted as the index's last position
+// (for the find that usually follows).  Expected O(1) through the index,
+// with one probe sequence: where it ends on an empty slot is where a new
+// value goes.
+template <typename A, typename V>
+inline auto entry_insert(A *a, V value) -> decltype(a->entries) {
+  if (auto *e = insert_fast(a, value)) [[likely]]
+    return e;
+  return entry_insert_full(a, value);
 }
 
 // Requires an initialised array; the entry holding value found through the
@@ -547,7 +566,7 @@ inline const lookup *current_lookup(const A *a) {
 }
 
 // Requires an initialised array; probe_entry for a find: the position the
-// last keyed insert found is tried first.
+// last keyed insert found or added is tried first.
 template <typename A, typename V>
 inline auto indexed_entry(const A *a, V value) -> decltype(a->entries) {
   const lookup *lk = current_lookup(a);
@@ -555,17 +574,6 @@ inline auto indexed_entry(const A *a, V value) -> decltype(a->entries) {
   if (const int64_t last = lk->last; last >= 0 && last < lk->count && a->entries[last].value == value)
     return &a->entries[last];
   return probe_entry(a, lk, value);
-}
-
-// Requires an initialised array; probe_entry for a keyed insert's hit,
-// remembering the position for the find that usually follows.
-template <typename A, typename V>
-inline auto indexed_entry_noted(A *a, V value) -> decltype(a->entries) {
-  const lookup *lk = current_lookup(a);
-  if (lk == nullptr) return nullptr;
-  auto *e = probe_entry(a, lk, value);
-  if (e != nullptr) static_cast<lookup *>(a->priv_lookup)->last = e - a->entries;
-  return e;
 }
 
 // Requires n entries at a sorted ascending by value (unsigned 32-bit order
