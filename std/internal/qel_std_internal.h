@@ -10,7 +10,9 @@
 // table of entry positions.  It remembers the count it describes and is only
 // trusted while the array's count still equals it, and a hit only once the
 // entry it names holds the key; any code that moves or rewrites entries
-// without going through these functions must call drop_lookup() first.
+// without going through these functions must call drop_lookup() first.  Its
+// slots are placed by a hash under a secret key the index draws when it is
+// made (draw_key), so that no caller can choose keys that crowd it.
 #ifndef QEL_STD_INTERNAL_H
 #define QEL_STD_INTERNAL_H
 
