@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "arrow_hand.h"
-#include "print_var.h"
+#include "test_support.h"
 
 namespace {
 
