@@ -1,248 +1,49 @@
-// The integer value arrays: qel_arrayd (32-bit values) and qel_arrayx
-// (signed 64-bit values).
-//
-// Both share one implementation through templates.  Appends, reads and
-// writes are the inline functions of qel_std_internal.h.  Sorting is a
-// stable LSD radix sort (insertion sort for short arrays): qel_arrayd
-// orders values as unsigned 32-bit numbers, qel_arrayx as signed 64-bit
-// numbers; a nonzero flag sorts ascending, 0 descending, and equal values
-// keep their order in either direction.
+// The pointer array (qel_arrays): pointers it holds but does not own.
 #include "qel_std.h"
 #include "qel_std_internal.h"
-#include "qel_std_sort.h"
-
-namespace {
 
 using qel_detail::in_use;
-using qel_detail::lookup;
-
-template <typename A>
-struct traits;
-
-template <>
-struct traits<qel_arrayd> {
-  using Entry = qel_arrayd_entry;
-  using Value = uint32_t;
-  using Key = uint32_t;
-  static constexpr unsigned kDigits = 4;
-  // Sort key: unsigned order as is.
-  static Key order(Value v) { return v; }
-};
-
-template <>
-struct traits<qel_arrayx> {
-  using Entry = qel_arrayx_entry;
-  using Value = int64_t;
-  using Key = uint64_t;
-  static constexpr unsigned kDigits = 8;
-  // Sort key: flipping the sign bit turns signed order into unsigned order.
-  static Key order(Value v) { return static_cast<uint64_t>(v) ^ (uint64_t{1} << 63); }
-};
 
 // Requires an uninitialised or terminated record; an empty array.
-template <typename A>
-void init(A *a) {
+extern "C" QEL_API void qel_arrays_init(qel_arrays *a, int zero) {
+  (void)zero;
   a->entries = nullptr;
   a->count = 0;
   a->capacity = 0;
-  a->priv_lookup = nullptr;
 }
 
-// Requires an initialised array; releases entries and index.
-template <typename A>
-void term(A *a) {
-  qel_detail::drop_lookup(a);
+// Requires an initialised array; releases the slots (not the elements).
+extern "C" QEL_API void qel_arrays_term(qel_arrays *a) {
   std::free(a->entries);
-  init(a);
+  qel_arrays_init(a, 0);
 }
 
-// Requires initialised arrays (src may be dst); appends src's entries.
-template <typename A>
-void append_array(A *dst, const A *src) {
-  const int64_t n = in_use(src);
-  const int64_t base = in_use(dst);
-  dst->count = base;
-  if (n == 0) return;
-  if (n > qel_detail::kMaxEntries - base) qel_detail::out_of_memory();
-  if (base + n > dst->capacity) {
-    int64_t cap = qel_detail::next_capacity(dst->capacity, base + n);
-    dst->entries = qel_detail::resize_entries(dst->entries, dst->capacity, cap);
-    dst->capacity = cap;
+// Requires an initialised array; adds the pointer at the end.
+extern "C" QEL_API void qel_arrays_append(qel_arrays *a, void *element) {
+  int64_t n = in_use(a);
+  if (n == a->capacity) {
+    if (n >= qel_detail::kMaxEntries) qel_detail::out_of_memory();
+    int64_t cap = qel_detail::next_capacity(a->capacity, n + 1);
+    a->entries = qel_detail::resize_entries(a->entries, a->capacity, cap);
+    a->capacity = cap;
   }
-  // src->entries is read after the growth: src may be dst.
-  std::memcpy(static_cast<void *>(dst->entries + base), static_cast<const void *>(src->entries),
-              static_cast<size_t>(n) * sizeof(dst->entries[0]));
-  dst->count = base + n;
-  if (dst->priv_lookup != nullptr) {
-    auto *lk = static_cast<lookup *>(dst->priv_lookup);
-    if (lk->count != base) {
-      qel_detail::drop_lookup(dst);
-      return;
-    }
-    for (int64_t i = base; i < base + n; i++) lk = qel_detail::ilookup_add(lk, dst->entries, i);
-    dst->priv_lookup = lk;
-  }
+  a->entries[n] = element;
+  a->count = n + 1;
 }
 
-// Requires initialised arrays; dst becomes a copy of src's entries in use.
-template <typename A>
-void clone(const A *src, A *dst) {
-  if (src == dst) return;
-  qel_detail::drop_lookup(dst);
-  const int64_t n = in_use(src);
-  qel_detail::reserve_exact(dst, n);
-  if (n > 0)
-    std::memcpy(static_cast<void *>(dst->entries), static_cast<const void *>(src->entries),
-                static_cast<size_t>(n) * sizeof(dst->entries[0]));
-  if (dst->capacity > n)
-    std::memset(static_cast<void *>(dst->entries + n), 0,
-                static_cast<size_t>(dst->capacity - n) * sizeof(dst->entries[0]));
-  dst->count = n;
+// Requires an initialised array; the pointer at index, NULL outside the array.
+extern "C" QEL_API void *qel_arrays_get_at(const qel_arrays *a, int64_t index) {
+  if (index < 0 || index >= in_use(a)) return nullptr;
+  return a->entries[index];
 }
 
-// Requires an initialised array; capacity of at least n entries in all.
-// Never less than 1.5 times the old capacity when it grows, so repeated
-// small expands stay amortised O(1).
-template <typename A>
-void expand(A *a, int64_t n) {
-  qel_detail::drop_lookup(a);
-  if (n <= a->capacity || n > qel_detail::kMaxEntries) return;
-  int64_t cap = a->capacity + a->capacity / 2;
-  qel_detail::reserve_exact(a, cap > n ? cap : n);
-}
-
-// Requires an initialised array; count 0, storage kept.
-template <typename A>
-void remove_all(A *a) {
-  qel_detail::drop_lookup(a);
+// Requires an initialised array; hands every element, in order, to the
+// destructor (when not NULL), then empties the array, which stays usable.
+extern "C" QEL_API void qel_arrays_free_all(qel_arrays *a, void (*destructor)(void *element)) {
+  int64_t n = in_use(a);
+  if (destructor != nullptr)
+    for (int64_t i = 0; i < n; i++) destructor(a->entries[i]);
+  if (a->capacity > 0)
+    std::memset(static_cast<void *>(a->entries), 0, static_cast<size_t>(a->capacity) * sizeof(void *));
   a->count = 0;
 }
-
-// Requires an initialised array; lowest position holding value, or -1.
-// Found through the keyed-insert index while it is current (expected O(1)
-// for a value put in by keyed insert); anything else, a miss included, is
-// left to the linear search.
-template <typename A>
-int64_t find_index(const A *a, typename traits<A>::Value value) {
-  if (const auto *e = qel_detail::indexed_entry(a, value)) return e - a->entries;
-  const int64_t n = in_use(a);
-  for (int64_t i = 0; i < n; i++)
-    if (a->entries[i].value == value) return i;
-  return -1;
-}
-
-// Requires an initialised array; sorts it stably, ascending for a nonzero
-// flag, descending for 0.  Entries move whole.
-template <typename A>
-void sort(A *a, int flag) {
-  using T = traits<A>;
-  using Entry = typename T::Entry;
-  using Key = typename T::Key;
-  qel_detail::drop_lookup(a);
-  const auto n = static_cast<size_t>(in_use(a));
-  if (n < 2) return;
-  // Descending is ascending by the complemented key, which keeps stability.
-  const Key flip = flag != 0 ? Key{0} : static_cast<Key>(~Key{0});
-  auto key = [flip](const Entry &e) { return static_cast<Key>(T::order(e.value) ^ flip); };
-  if (n <= qel_detail::kRadixThreshold) {
-    qel_detail::insertion_sort(a->entries, n, key);
-    return;
-  }
-  auto *tmp = static_cast<Entry *>(qel_detail::xmalloc(n * sizeof(Entry)));
-  qel_detail::radix_sort<Entry, T::kDigits>(a->entries, tmp, n, [key](const Entry &e, unsigned d) {
-    return static_cast<unsigned>((key(e) >> (8 * d)) & 0xffu);
-  });
-  std::free(tmp);
-}
-
-}  // namespace
-
-// ---------------------------------------------------------------- qel_arrayd
-
-// Requires an uninitialised or terminated record; an empty array.
-extern "C" QEL_API void qel_arrayd_init(qel_arrayd *a, int zero) {
-  (void)zero;
-  init(a);
-}
-// Requires an initialised array; releases its storage.
-extern "C" QEL_API void qel_arrayd_term(qel_arrayd *a) { term(a); }
-// Requires an initialised array; adds one entry at the end.
-extern "C" QEL_API void qel_arrayd_append(qel_arrayd *a, uint32_t value, uint64_t buf) {
-  qel_detail::append(a, value, buf);
-}
-// Requires initialised arrays (src may be dst); appends src's entries.
-extern "C" QEL_API void qel_arrayd_append_array(qel_arrayd *dst, const qel_arrayd *src) { append_array(dst, src); }
-// Requires initialised arrays; dst becomes a copy of src.
-extern "C" QEL_API void qel_arrayd_clone(const qel_arrayd *src, int zero1, qel_arrayd *dst, int zero2, int zero3) {
-  (void)zero1, (void)zero2, (void)zero3;
-  clone(src, dst);
-}
-// Requires an initialised array; capacity of at least n entries.
-extern "C" QEL_API void qel_arrayd_expand(qel_arrayd *a, int64_t n) { expand(a, n); }
-// Requires an initialised array; empties it.
-extern "C" QEL_API void qel_arrayd_remove_all(qel_arrayd *a) { remove_all(a); }
-// Requires an initialised array and out non-NULL; 1 and the value, or 0 and 0.
-extern "C" QEL_API int qel_arrayd_get_at(const qel_arrayd *a, int64_t index, uint32_t *out) {
-  return qel_detail::get_at(a, index, out);
-}
-// Requires an initialised array; overwrites entry index when in use.
-extern "C" QEL_API void qel_arrayd_set_at(qel_arrayd *a, int64_t index, uint32_t value, uint64_t buf) {
-  qel_detail::set_at(a, index, value, buf);
-}
-// Requires an initialised array; lowest position of value, or -1.
-extern "C" QEL_API int64_t qel_arrayd_find_index(const qel_arrayd *a, uint32_t value) { return find_index(a, value); }
-// Requires an array sorted ascending; lowest position of value, or -1.
-extern "C" QEL_API int64_t qel_arrayd_bfind_index(const qel_arrayd *a, uint32_t value) {
-  return qel_detail::bfind_index(a, value);
-}
-// Requires an initialised array; the entry for value, never NULL.
-extern "C" QEL_API qel_arrayd_entry *qel_arrayd_entry_insert(qel_arrayd *a, uint32_t value) {
-  return qel_detail::entry_insert(a, value);
-}
-// Requires an initialised array; stable sort, ascending for nonzero flag.
-extern "C" QEL_API void qel_arrayd_qsort(qel_arrayd *a, int flag) { sort(a, flag); }
-
-// ---------------------------------------------------------------- qel_arrayx
-
-// Requires an uninitialised or terminated record; an empty array.
-extern "C" QEL_API void qel_arrayx_init(qel_arrayx *a, int zero) {
-  (void)zero;
-  init(a);
-}
-// Requires an initialised array; releases its storage.
-extern "C" QEL_API void qel_arrayx_term(qel_arrayx *a) { term(a); }
-// Requires an initialised array; adds one entry at the end.
-extern "C" QEL_API void qel_arrayx_append(qel_arrayx *a, int64_t value, uint64_t buf) {
-  qel_detail::append(a, value, buf);
-}
-// Requires initialised arrays (src may be dst); appends src's entries.
-extern "C" QEL_API void qel_arrayx_append_array(qel_arrayx *dst, const qel_arrayx *src) { append_array(dst, src); }
-// Requires initialised arrays; dst becomes a copy of src.
-extern "C" QEL_API void qel_arrayx_clone(const qel_arrayx *src, int zero1, qel_arrayx *dst, int zero2, int zero3) {
-  (void)zero1, (void)zero2, (void)zero3;
-  clone(src, dst);
-}
-// Requires an initialised array; capacity of at least n entries.
-extern "C" QEL_API void qel_arrayx_expand(qel_arrayx *a, int64_t n) { expand(a, n); }
-// Requires an initialised array; empties it.
-extern "C" QEL_API void qel_arrayx_remove_all(qel_arrayx *a) { remove_all(a); }
-// Requires an initialised array and out non-NULL; 1 and the value, or 0 and 0.
-extern "C" QEL_API int qel_arrayx_get_at(const qel_arrayx *a, int64_t index, int64_t *out) {
-  return qel_detail::get_at(a, index, out);
-}
-// Requires an initialised array; overwrites entry index when in use.
-extern "C" QEL_API void qel_arrayx_set_at(qel_arrayx *a, int64_t index, int64_t value, uint64_t buf) {
-  qel_detail::set_at(a, index, value, buf);
-}
-// Requires an initialised array; lowest position of value, or -1.
-extern "C" QEL_API int64_t qel_arrayx_find_index(const qel_arrayx *a, int64_t value) { return find_index(a, value); }
-// Requires an array sorted ascending; lowest position of value, or -1.
-extern "C" QEL_API int64_t qel_arrayx_bfind_index(const qel_arrayx *a, int64_t value) {
-  return qel_detail::bfind_index(a, value);
-}
-// Requires an initialised array; the entry for value, never NULL.
-extern "C" QEL_API qel_arrayx_entry *qel_arrayx_entry_insert(qel_arrayx *a, int64_t value) {
-  return qel_detail::entry_insert(a, value);
-}
-// Requires an initialised array; stable sort, ascending for nonzero flag.
-extern "C" QEL_API void qel_arrayx_qsort(qel_arrayx *a, int flag) { sort(a, flag); }
