@@ -66,13 +66,13 @@ inline bool tracing() {
   return on;
 }
 
-// One operation of a model driver under the name its traces print.  Its
-// step gets what the driver decoded before it (a Step) and returns whether
+// One operation of a model driver under the name its traces print: a member
+// of the Step that holds what the driver decoded before it, returning whether
 // the model is checked whole afterwards (a read checks what it read).
 template <class Step>
 struct Operation {
   const char *name;
-  bool (*run)(Step &);
+  bool (Step::*run)();
 };
 
 }  // namespace fz
