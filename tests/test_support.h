@@ -1,12 +1,13 @@
 // What the hand-written tests share: GoogleTest prints a full variant as
 // its JSON text (NaN and the infinities as null, bytes that are not UTF-8
 // escaped), so that a failed EXPECT_EQ of two variants shows what they hold
-// instead of two addresses; the limits the tables use; a record's member
-// names in order; a resolver that logs what it is asked.
+// instead of two addresses; the limits the tables use; schemas from a list;
+// a record's member names in order; a resolver that logs what it is asked.
 #ifndef QEL_TESTS_TEST_SUPPORT_H
 #define QEL_TESTS_TEST_SUPPORT_H
 
 #include <cstdint>
+#include <initializer_list>
 #include <limits>
 #include <ostream>
 #include <qel.hpp>
@@ -36,6 +37,19 @@ namespace qel_test {
 constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
+
+// A new schema listing these members in order (the caller frees it).
+struct member {
+  const char *name;
+  uint32_t type;
+  uint8_t multi;
+};
+inline qel_schema *schema_of(std::initializer_list<member> members) {
+  qel_schema *s = qel_var_schema_new();
+  for (const member &m : members)
+    qel_var_schema_add(s, m.name, static_cast<int64_t>(std::char_traits<char>::length(m.name)), m.type, m.multi);
+  return s;
+}
 
 inline std::vector<std::string> names(qel::var_cref v) {
   std::vector<std::string> out;

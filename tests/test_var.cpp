@@ -15,11 +15,7 @@
 
 namespace {
 
-using qel_test::kInf;
-using qel_test::kMin;
-using qel_test::kNaN;
-using qel_test::names;
-using qel_test::Resolver;
+using namespace qel_test;
 
 // ---- conversions: one table, checked in the full variant (both forms), the
 // light variant and the column set

@@ -13,11 +13,7 @@
 
 namespace {
 
-using qel_test::kInf;
-using qel_test::kMin;
-using qel_test::kNaN;
-using qel_test::names;
-using qel_test::Resolver;
+using namespace qel_test;
 
 constexpr unsigned kMaxBuildDepth = 256;  // records nested by one construction, at most
 
