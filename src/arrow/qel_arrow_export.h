@@ -97,7 +97,6 @@ bool export_var_rows(reporter &ex, const qel_var *v, int64_t begin, int64_t n, A
 void wrap_with_bufs(ArrowSchema *s, ArrowArray *a, ArrowSchema **buf_schema, ArrowArray **buf_array);
 
 // Requires a valid pointer for a byte run: whether it is well-formed UTF-8.
-bool is_utf8(const char *p, int64_t n);
 
 }  // namespace qel::arrow
 

@@ -5,6 +5,7 @@
 
 #include "arrow/qel_arrow_export.h"
 #include "arrow/qel_arrow_nodes.h"
+#include "internal/qel_utf8.h"
 #include "internal/qel_xvar_internal.h"
 #include "qel_std_internal.h"
 
@@ -40,7 +41,7 @@ bool export_one(reporter &ex, const qel_xvar *x, ArrowSchema *s, ArrowArray *a) 
   } else {
     const qel_string &str = x->data.single.value.string;
     const int64_t len = str.length > 0 ? str.length : 0;
-    if (ex.utf8() && !is_utf8(str.bytes, len)) return ex.fail(QEL_ARROW_ERR_UTF8, 0, "bytes that are not UTF-8");
+    if (ex.utf8() && !qel::is_utf8(str.bytes, len)) return ex.fail(QEL_ARROW_ERR_UTF8, 0, "bytes that are not UTF-8");
     const bool large = len > 0x7FFFFFFF;
     schema_make(s, large ? (ex.utf8() ? "U" : "Z") : (ex.utf8() ? "u" : "z"), "value", 5, 0, 0);
     array_make(a, 1, 3, 0);

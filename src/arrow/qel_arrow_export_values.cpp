@@ -7,7 +7,7 @@
 
 #include "arrow/qel_arrow_export.h"
 #include "arrow/qel_arrow_nodes.h"
-#include "internal/qel_json_text.h"
+#include "internal/qel_utf8.h"
 #include "internal/qel_var_internal.h"
 #include "qel_std_internal.h"
 
@@ -76,21 +76,6 @@ size_t reporter::enter(const char *name, int64_t len) {
 void reporter::leave(size_t mark) {
   path_len_ = mark;
   path_[mark] = '\0';
-}
-
-bool is_utf8(const char *p, int64_t n) {
-  const auto *q = reinterpret_cast<const unsigned char *>(p);
-  const unsigned char *end = q + n;
-  while (q < end) {
-    if (*q < 0x80) {
-      ++q;
-      continue;
-    }
-    const int len = qel::json::utf8_sequence(q, end);
-    if (len == 0) return false;
-    q += len;
-  }
-  return true;
 }
 
 namespace {
@@ -178,7 +163,7 @@ bool export_segments(reporter &ex, vkind k, const segment *segs, int64_t n_segs,
     for (int64_t i = 0; i < sg.count; ++i) {
       const qel_array_entry &e = arr->entries[sg.begin + i];
       bytes += e.length;
-      if (ex.utf8() && !is_utf8(arr->pool.bytes + e.offset, e.length))
+      if (ex.utf8() && !qel::is_utf8(arr->pool.bytes + e.offset, e.length))
         return ex.fail(QEL_ARROW_ERR_UTF8, row_of(sg, i), "bytes that are not UTF-8");
     }
   }
@@ -268,7 +253,7 @@ bool export_singles(reporter &ex, uint32_t type, qel_var *const *vals, int64_t n
     if (vals[r] == nullptr) continue;
     const qel_stream &st = vals[r]->data.stream;
     bytes += st.length;
-    if (ex.utf8() && !is_utf8(st.bytes, st.length))
+    if (ex.utf8() && !qel::is_utf8(st.bytes, st.length))
       return ex.fail(QEL_ARROW_ERR_UTF8, rows != nullptr ? rows[r] : r, "bytes that are not UTF-8");
   }
   const bool large = bytes > kMax32;

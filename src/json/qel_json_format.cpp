@@ -11,8 +11,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "internal/qel_bignum.h"
-#include "internal/qel_json_number.h"
+#include "qel_bignum.h"
+#include "qel_json_number.h"
 
 namespace qel::json {
 

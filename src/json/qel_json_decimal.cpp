@@ -10,8 +10,8 @@
 #include <bit>
 #include <cstdint>
 
-#include "internal/qel_bignum.h"
-#include "internal/qel_json_number.h"
+#include "qel_bignum.h"
+#include "qel_json_number.h"
 
 namespace qel::json {
 

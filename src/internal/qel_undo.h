@@ -1,9 +1,10 @@
-// The JSON reader's undo log: every change it makes to the destination is
-// recorded first (an old number, the old bytes of a string rewritten in
-// place, or a whole container set aside), so that a failed read can put the
-// destination back exactly, and a successful one need not copy it first.
-#ifndef QEL_INTERNAL_JSON_UNDO_H
-#define QEL_INTERNAL_JSON_UNDO_H
+// The undo log of an edit of a variant tree (a format's read into its
+// destination): every change is recorded first (an old number, the old bytes
+// of a string rewritten in place, or a whole container set aside), so that a
+// failed edit can put the tree back exactly, and a successful one need not
+// copy it first.
+#ifndef QEL_INTERNAL_UNDO_H
+#define QEL_INTERNAL_UNDO_H
 
 #include <qel.h>
 
@@ -12,7 +13,7 @@
 
 #include "internal/qel_var_internal.h"
 
-namespace qel::json {
+namespace qel {
 
 class undo_log {
  public:
@@ -117,6 +118,6 @@ class undo_log {
   qel_stream bytes_;  // old bytes of strings rewritten in place
 };
 
-}  // namespace qel::json
+}  // namespace qel
 
 #endif

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "test_support.h"
+
 namespace {
 
 qel_var *member(const qel_var *r, const char *n) { return qel_var_get_val(r, n, static_cast<int64_t>(std::strlen(n))); }
@@ -29,16 +31,9 @@ qel_schema *resolve(void *, uint32_t type) { return type == 20 ? g_rec : type ==
 class Json : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    g_rec = qel_var_schema_new();
-    g_child = qel_var_schema_new();
-    const struct {
-      const char *n;
-      uint32_t t;
-      uint8_t m;
-    } rec[] = {{"id", 4, 0}, {"score", 6, 0}, {"ratio", 5, 0}, {"name", 7, 0}, {"tags", 7, 1}, {"kids", 21, 1}};
-    for (const auto &m : rec) qel_var_schema_add(g_rec, m.n, static_cast<int64_t>(std::strlen(m.n)), m.t, m.m);
-    qel_var_schema_add(g_child, "x", 1, 1, 0);
-    qel_var_schema_add(g_child, "y", 1, 6, 1);
+    g_rec = qel_test::schema_of(
+        {{"id", 4, 0}, {"score", 6, 0}, {"ratio", 5, 0}, {"name", 7, 0}, {"tags", 7, 1}, {"kids", 21, 1}});
+    g_child = qel_test::schema_of({{"x", 1, 0}, {"y", 6, 1}});
   }
   static void TearDownTestSuite() {
     qel_var_schema_free(g_rec);

@@ -10,9 +10,9 @@
 #include <cstring>
 
 #include "internal/qel_convert.h"
-#include "internal/qel_json_number.h"
-#include "internal/qel_json_text.h"
+#include "internal/qel_utf8.h"
 #include "internal/qel_var_internal.h"
+#include "qel_json_number.h"
 #include "qel_std_internal.h"
 
 using qel::storage;
@@ -115,7 +115,7 @@ class writer {
       if (p == end) break;
       const unsigned char c = *p;
       if (c >= 0x80) {
-        const int len = qel::json::utf8_sequence(p, end);
+        const int len = qel::utf8_sequence(p, end);
         if (len > 0) {
           put(reinterpret_cast<const char *>(p), len);
           p += len;

@@ -15,6 +15,8 @@
 #include <json-c/json.h>
 #endif
 
+#include "test_support.h"
+
 namespace {
 
 qel_schema *g_rec;
@@ -99,13 +101,8 @@ std::string reread(const char *text, size_t len) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  g_rec = qel_var_schema_new();
-  const struct {
-    const char *n;
-    uint32_t t;
-    uint8_t m;
-  } ms[] = {{"id", 4, 0}, {"count", 1, 0}, {"score", 6, 0}, {"ratio", 5, 0}, {"name", 7, 0}, {"vals", 6, 1}};
-  for (const auto &m : ms) qel_var_schema_add(g_rec, m.n, static_cast<int64_t>(std::strlen(m.n)), m.t, m.m);
+  g_rec = qel_test::schema_of(
+      {{"id", 4, 0}, {"count", 1, 0}, {"score", 6, 0}, {"ratio", 5, 0}, {"name", 7, 0}, {"vals", 6, 1}});
   const std::string mode = argc > 1 ? argv[1] : "";
   int failures = 0;
   if (mode == "read") {

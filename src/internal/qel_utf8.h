@@ -1,10 +1,10 @@
-// UTF-8 checking shared by the JSON writer and reader.
-#ifndef QEL_INTERNAL_JSON_TEXT_H
-#define QEL_INTERNAL_JSON_TEXT_H
+// UTF-8 checking, for the formats whose text must be UTF-8.
+#ifndef QEL_INTERNAL_UTF8_H
+#define QEL_INTERNAL_UTF8_H
 
 #include <cstdint>
 
-namespace qel::json {
+namespace qel {
 
 // Requires p < end and *p >= 0x80: the length (2 to 4) of the well-formed
 // UTF-8 sequence at p (no overlong forms, no surrogates, nothing above
@@ -27,6 +27,23 @@ inline int utf8_sequence(const unsigned char *p, const unsigned char *end) {
   return 0;
 }
 
-}  // namespace qel::json
+// Requires n readable bytes at p (p may be NULL when n is 0): whether they
+// are well-formed UTF-8 throughout.
+inline bool is_utf8(const char *p, int64_t n) {
+  const auto *q = reinterpret_cast<const unsigned char *>(p);
+  const unsigned char *end = q + n;
+  while (q < end) {
+    if (*q < 0x80) {
+      ++q;
+      continue;
+    }
+    const int len = utf8_sequence(q, end);
+    if (len == 0) return false;
+    q += len;
+  }
+  return true;
+}
+
+}  // namespace qel
 
 #endif

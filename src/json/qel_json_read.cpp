@@ -17,11 +17,11 @@
 #include <utility>
 
 #include "internal/qel_convert.h"
-#include "internal/qel_json_number.h"
-#include "internal/qel_json_replica.h"
-#include "internal/qel_json_text.h"
-#include "internal/qel_json_undo.h"
+#include "internal/qel_undo.h"
+#include "internal/qel_utf8.h"
 #include "internal/qel_var_internal.h"
+#include "qel_json_number.h"
+#include "qel_json_replica.h"
 #include "qel_std_internal.h"
 
 using qel::storage;
@@ -43,7 +43,7 @@ class reader {
   // With an undo log the destination is changed in place, every change
   // logged; without one it must be a private copy.
   reader(const char *text, int64_t len, void *context, qel_schema_resolver resolver, unsigned flags,
-         qel_json_error *err, qel::json::undo_log *undo)
+         qel_json_error *err, qel::undo_log *undo)
       : begin_(text),
         p_(text),
         end_(text + len),
@@ -263,7 +263,7 @@ class reader {
         return true;
       }
       if (c >= 0x80) {
-        const int len = qel::json::utf8_sequence(reinterpret_cast<const unsigned char *>(p_),
+        const int len = qel::utf8_sequence(reinterpret_cast<const unsigned char *>(p_),
                                                  reinterpret_cast<const unsigned char *>(end_));
         if (len == 0) return fail(QEL_JSON_ERR_UTF8, "expected UTF-8 text", "a byte that is not UTF-8") == 0;
         if (out != nullptr) put(out, p_, len);
@@ -703,7 +703,7 @@ class reader {
   qel_schema_resolver resolver_;
   unsigned flags_;
   qel_json_error *err_;
-  qel::json::undo_log *undo_;
+  qel::undo_log *undo_;
   int fresh_ = 0;  // elements made by this read that are being read into
   int code_ = QEL_JSON_OK;
   const char *member_ = nullptr;  // raw name of the innermost member being read
@@ -740,7 +740,7 @@ extern "C" int qel_json_read(qel_var *dst, const char *text, int64_t len, void *
     err->message[0] = '\0';
   }
   {
-    qel::json::undo_log undo;
+    qel::undo_log undo;
     reader r(text, len, context, resolver, flags, err, &undo);
     const int rc = r.run(dst);
     if (rc == QEL_JSON_OK) {
