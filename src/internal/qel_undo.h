@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "internal/qel_inline_stack.h"
 #include "internal/qel_var_internal.h"
 
 namespace qel {
@@ -18,10 +19,7 @@ namespace qel {
 class undo_log {
  public:
   undo_log() { qel_stream_init(&bytes_); }
-  ~undo_log() {
-    if (entries_ != inline_) qel_free(entries_);
-    qel_stream_term(&bytes_);
-  }
+  ~undo_log() { qel_stream_term(&bytes_); }
   undo_log(const undo_log &) = delete;
   undo_log &operator=(const undo_log &) = delete;
 
@@ -54,19 +52,19 @@ class undo_log {
 
   // Requires nothing: the read succeeded; storage set aside is freed.
   void commit() {
-    for (int64_t i = 0; i < count_; ++i) {
+    for (int64_t i = 0; i < entries_.size(); ++i) {
       const entry &e = entries_[i];
       if (e.k != kind::storage) continue;
       qel_var old = *e.var;
       old.data = e.old;
       qel_var_free_x(&old);
     }
-    count_ = 0;
+    entries_.clear();
   }
 
   // Requires nothing: every recorded change is undone, newest first.
   void roll_back() {
-    for (int64_t i = count_ - 1; i >= 0; --i) {
+    for (int64_t i = entries_.size() - 1; i >= 0; --i) {
       const entry &e = entries_[i];
       switch (e.k) {
         case kind::number: std::memcpy(&e.var->data, &e.bits, sizeof(uint64_t)); break;
@@ -83,7 +81,7 @@ class undo_log {
           break;
       }
     }
-    count_ = 0;
+    entries_.clear();
   }
 
  private:
@@ -98,23 +96,13 @@ class undo_log {
   };
 
   entry &push(qel_var *v, kind k) {
-    if (count_ == capacity_) {
-      auto *grown = static_cast<entry *>(qel_malloc(sizeof(entry) * static_cast<size_t>(2 * capacity_)));
-      std::memcpy(static_cast<void *>(grown), entries_, sizeof(entry) * static_cast<size_t>(count_));
-      if (entries_ != inline_) qel_free(entries_);
-      entries_ = grown;
-      capacity_ *= 2;
-    }
-    entry &e = entries_[count_++];
+    entry &e = entries_.push();
     e.var = v;
     e.k = k;
     return e;
   }
 
-  entry inline_[16];
-  entry *entries_ = inline_;
-  int64_t count_ = 0;
-  int64_t capacity_ = 16;
+  inline_stack<entry> entries_;
   qel_stream bytes_;  // old bytes of strings rewritten in place
 };
 

@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "internal/qel_convert.h"
+#include "internal/qel_out.h"
 #include "internal/qel_undo.h"
 #include "internal/qel_utf8.h"
 #include "internal/qel_var_internal.h"
@@ -222,13 +223,6 @@ class reader {
     return true;
   }
 
-  // Requires nothing; appends n bytes to the stream.
-  static void put(qel_stream *s, const char *bytes, int64_t n) {
-    if (s->capacity - s->length < n) qel_stream_expand(s, s->length + n);
-    std::memcpy(s->bytes + s->length, bytes, static_cast<size_t>(n));
-    s->length += n;
-  }
-
   // Requires nothing; 4 hex digits at p_ as a number, or -1.
   int32_t hex4() {
     if (end_ - p_ < 4) return -1;
@@ -255,7 +249,7 @@ class reader {
       while (p_ < end_ && static_cast<unsigned char>(*p_) >= 0x20 && *p_ != '"' && *p_ != '\\' &&
              static_cast<unsigned char>(*p_) < 0x80)
         ++p_;
-      if (out != nullptr && p_ > run) put(out, run, p_ - run);
+      if (out != nullptr && p_ > run) qel::out_buffer(out).append(run, p_ - run);
       if (p_ >= end_) return fail(QEL_JSON_ERR_SYNTAX, "expected the closing quote of the string") == 0;
       const auto c = static_cast<unsigned char>(*p_);
       if (c == '"') {
@@ -264,9 +258,9 @@ class reader {
       }
       if (c >= 0x80) {
         const int len = qel::utf8_sequence(reinterpret_cast<const unsigned char *>(p_),
-                                                 reinterpret_cast<const unsigned char *>(end_));
+                                           reinterpret_cast<const unsigned char *>(end_));
         if (len == 0) return fail(QEL_JSON_ERR_UTF8, "expected UTF-8 text", "a byte that is not UTF-8") == 0;
-        if (out != nullptr) put(out, p_, len);
+        if (out != nullptr) qel::out_buffer(out).append(p_, len);
         p_ += len;
         continue;
       }
@@ -292,7 +286,7 @@ class reader {
       case 'u': return unicode_escape(out, start);
       default: p_ = start; return fail(QEL_JSON_ERR_STRING, "expected a valid escape", "another character") == 0;
     }
-    if (out != nullptr) put(out, &c, 1);
+    if (out != nullptr) qel::out_buffer(out).append(&c, 1);
     return true;
   }
 
@@ -333,7 +327,7 @@ class reader {
       u[n++] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
       u[n++] = static_cast<char>(0x80 | (cp & 0x3F));
     }
-    if (out != nullptr) put(out, u, n);
+    if (out != nullptr) qel::out_buffer(out).append(u, n);
     return true;
   }
 
@@ -625,7 +619,7 @@ class reader {
     auto *m = static_cast<qel_var *>(e->value);
     if ((flags_ & QEL_JSON_REQUIRE_MEMBERS) != 0) {
       const auto k = static_cast<uint32_t>(e - v->data.members.priv_entries);
-      put(&named_, reinterpret_cast<const char *>(&k), 4);
+      qel::out_buffer(&named_).append(reinterpret_cast<const char *>(&k), 4);
     }
     const char *outer = member_;
     const int64_t outer_len = member_len_;

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "internal/qel_inline_stack.h"
 #include "internal/qel_var_internal.h"
 #include "qel_std_internal.h"
 
@@ -33,43 +34,11 @@ inline qel_var *empty_like(const qel_var *src) {
 }
 
 // Records still to be filled: pairs of original and replica.
-class pending {
- public:
-  pending() = default;
-  ~pending() {
-    if (items_ != inline_) qel_free(items_);
-  }
-  pending(const pending &) = delete;
-  pending &operator=(const pending &) = delete;
-
-  void push(const qel_var *from, qel_var *to) {
-    if (count_ == capacity_) {
-      auto *grown = static_cast<item *>(qel_malloc(sizeof(item) * static_cast<size_t>(2 * capacity_)));
-      std::memcpy(static_cast<void *>(grown), items_, sizeof(item) * static_cast<size_t>(count_));
-      if (items_ != inline_) qel_free(items_);
-      items_ = grown;
-      capacity_ *= 2;
-    }
-    items_[count_++] = item{from, to};
-  }
-  bool pop(const qel_var **from, qel_var **to) {
-    if (count_ == 0) return false;
-    --count_;
-    *from = items_[count_].from;
-    *to = items_[count_].to;
-    return true;
-  }
-
- private:
-  struct item {
-    const qel_var *from;
-    qel_var *to;
-  };
-  item inline_[16];
-  item *items_ = inline_;
-  int64_t count_ = 0;
-  int64_t capacity_ = 16;
+struct pair {
+  const qel_var *from;
+  qel_var *to;
 };
+using pending = inline_stack<pair>;
 
 // Requires an original and its empty replica: fills the replica's own
 // storage; nested records are made empty and queued.
@@ -87,7 +56,7 @@ inline void fill(const qel_var *from, qel_var *to, pending &queue) {
       const auto *e = static_cast<const qel_var *>(elements.entries[i]);
       qel_var *copy = e != nullptr ? empty_like(e) : nullptr;
       qel_arrays_append(&to->data.vars, copy);
-      if (copy != nullptr) queue.push(e, copy);
+      if (copy != nullptr) queue.push(pair{e, copy});
     }
     return;
   }
@@ -107,7 +76,7 @@ inline void fill(const qel_var *from, qel_var *to, pending &queue) {
     const auto *m = static_cast<const qel_var *>(e->value);
     qel_var *copy = m != nullptr ? empty_like(m) : nullptr;
     qel_hash_insert(into, members->key_pool + e->key_offset, e->key_length, copy != nullptr ? copy : to);
-    if (copy != nullptr) queue.push(m, copy);
+    if (copy != nullptr) queue.push(pair{m, copy});
     emptied |= copy == nullptr;
   }
   if (!emptied) return;
@@ -124,9 +93,13 @@ inline qel_var *replica_of(const qel_var *src) {
   qel_var *root = replica_detail::empty_like(src);
   const qel_var *from = src;
   qel_var *to = root;
-  do replica_detail::fill(from, to, queue);
-  while (queue.pop(&from, &to));
-  return root;
+  for (;;) {
+    replica_detail::fill(from, to, queue);
+    if (queue.empty()) return root;
+    const replica_detail::pair next = queue.pop();
+    from = next.from;
+    to = next.to;
+  }
 }
 
 }  // namespace qel::json

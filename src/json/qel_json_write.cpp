@@ -1,16 +1,18 @@
 // JSON text of a full variant, appended to a byte stream.
 //
-// Records and record arrays are walked with an explicit stack (a few frames
-// inline, more on the heap), so no nesting the library can build exhausts the
-// call stack.  Bytes go straight into the stream's buffer; on an error the
-// stream's length is put back, so nothing has been appended.
+// Records and record arrays are walked by the core's tree walk (no
+// recursion), so no nesting the library can build exhausts the call stack.
+// Bytes go straight into the stream's buffer; on an error the stream's
+// length is put back, so nothing has been appended.
 #include <qel_json.h>
 
 #include <cstdint>
 #include <cstring>
 
 #include "internal/qel_convert.h"
+#include "internal/qel_out.h"
 #include "internal/qel_utf8.h"
+#include "internal/qel_walk.h"
 #include "internal/qel_var_internal.h"
 #include "qel_json_number.h"
 #include "qel_std_internal.h"
@@ -20,71 +22,46 @@ using qel::storage_of;
 
 namespace {
 
-// One record or record array being written, and how far.
-struct frame {
-  const qel_var *var;
-  int64_t next;  // member slot (single record) or element index (array)
-  bool first;    // nothing written inside yet
-};
-
 class writer {
  public:
   writer(qel_stream *out, unsigned flags) : out_(out), flags_(flags), start_(out->length) {}
-  ~writer() {
-    if (frames_ != inline_frames_) qel_free(frames_);
-  }
-  writer(const writer &) = delete;
-  writer &operator=(const writer &) = delete;
 
   // Requires nothing; writes the whole tree, or puts the length back and
   // returns the error.
   int run(const qel_var *root) {
     int rc = value(root);
-    while (rc == QEL_JSON_OK && depth_ > 0) rc = step();
-    if (rc != QEL_JSON_OK) out_->length = start_;
+    while (rc == QEL_JSON_OK && walk_.depth() > 0) rc = step();
+    if (rc != QEL_JSON_OK) out_.truncate(start_);
     return rc;
   }
 
  private:
-  // Requires nothing; room for n more bytes; returns where they go.
-  char *room(int64_t n) {
-    if (out_->capacity - out_->length < n) qel_stream_expand(out_, out_->length + n);
-    return out_->bytes + out_->length;
-  }
-  void put(const char *s, int64_t n) {
-    std::memcpy(room(n), s, static_cast<size_t>(n));
-    out_->length += n;
-  }
-  void put(char c) {
-    *room(1) = c;
-    out_->length += 1;
-  }
   // Requires nothing; a line break and the indent of `level` when indenting.
   void newline(int64_t level) {
     if ((flags_ & QEL_JSON_INDENT) == 0) return;
-    char *p = room(1 + 2 * level);
+    char *p = out_.reserve(1 + 2 * level);
     *p = '\n';
     std::memset(p + 1, ' ', static_cast<size_t>(2 * level));
-    out_->length += 1 + 2 * level;
+    out_.advance(1 + 2 * level);
   }
   // Requires nothing; separator before an item at `level` (none before the first).
   void before_item(bool first, int64_t level) {
-    if (!first) put(',');
+    if (!first) out_.append(',');
     newline(level);
   }
 
   int number(uint32_t type, uint64_t bits) {
-    char *p = room(qel::json::kNumberMax);
+    char *p = out_.reserve(qel::json::kNumberMax);
     int n = 0;
     switch (type) {
-      case 4: n = qel::json::format_i64(static_cast<int64_t>(bits), p); break;
-      case 5: {
+      case QEL_VAR_INT64: n = qel::json::format_i64(static_cast<int64_t>(bits), p); break;
+      case QEL_VAR_FLOAT: {
         const float f = qel::conv::bits_float(static_cast<uint32_t>(bits));
         if (!(f - f == 0.0f)) return nonfinite();
         n = qel::json::format_float(f, p);
         break;
       }
-      case 6: {
+      case QEL_VAR_DOUBLE: {
         const double d = qel::conv::bits_double(static_cast<int64_t>(bits));
         if (!(d - d == 0.0)) return nonfinite();
         n = qel::json::format_double(d, p);
@@ -92,12 +69,12 @@ class writer {
       }
       default: n = qel::json::format_u64(static_cast<uint32_t>(bits), p); break;
     }
-    out_->length += n;
+    out_.advance(n);
     return QEL_JSON_OK;
   }
   int nonfinite() {
     if ((flags_ & QEL_JSON_NONFINITE_NULL) == 0) return QEL_JSON_ERR_NONFINITE;
-    put("null", 4);
+    out_.append("null", 4);
     return QEL_JSON_OK;
   }
 
@@ -107,17 +84,17 @@ class writer {
     static constexpr char kHex[] = "0123456789abcdef";
     const auto *p = reinterpret_cast<const unsigned char *>(s);
     const unsigned char *end = p + n;
-    put('"');
+    out_.append('"');
     while (p < end) {
       const unsigned char *run = p;
       while (p < end && *p >= 0x20 && *p < 0x80 && *p != '"' && *p != '\\') ++p;
-      if (p > run) put(reinterpret_cast<const char *>(run), p - run);
+      if (p > run) out_.append(reinterpret_cast<const char *>(run), p - run);
       if (p == end) break;
       const unsigned char c = *p;
       if (c >= 0x80) {
         const int len = qel::utf8_sequence(p, end);
         if (len > 0) {
-          put(reinterpret_cast<const char *>(p), len);
+          out_.append(reinterpret_cast<const char *>(p), len);
           p += len;
           continue;
         }
@@ -141,19 +118,19 @@ class writer {
           esc[5] = kHex[c & 15];
           len = 6;
       }
-      put(esc, len);
+      out_.append(esc, len);
       ++p;
     }
-    put('"');
+    out_.append('"');
     return QEL_JSON_OK;
   }
 
   // Requires an array of a number or string code: the whole array.
   int flat_array(const qel_var *v) {
     const int64_t n = qel_var_size(v);
-    put('[');
+    out_.append('[');
     for (int64_t i = 0; i < n; ++i) {
-      before_item(i == 0, depth_ + 1);
+      before_item(i == 0, walk_.depth() + 1);
       int rc = QEL_JSON_OK;
       switch (storage_of(v->type)) {
         case storage::bits32: rc = number(v->type, v->data.arrayd.entries[i].value); break;
@@ -167,8 +144,8 @@ class writer {
       }
       if (rc != QEL_JSON_OK) return rc;
     }
-    if (n > 0) newline(depth_);
-    put(']');
+    if (n > 0) newline(walk_.depth());
+    out_.append(']');
     return QEL_JSON_OK;
   }
 
@@ -177,8 +154,8 @@ class writer {
   int value(const qel_var *v) {
     const storage cls = storage_of(v->type);
     if (cls == storage::record) {
-      put(v->multi != 0 ? '[' : '{');
-      push(v);
+      out_.append(v->multi != 0 ? '[' : '{');
+      walk_.enter(v);
       return QEL_JSON_OK;
     }
     if (v->multi != 0) return flat_array(v);
@@ -189,63 +166,29 @@ class writer {
     }
   }
 
-  void push(const qel_var *v) {
-    if (depth_ == capacity_) {
-      auto *grown = static_cast<frame *>(qel_malloc(sizeof(frame) * static_cast<size_t>(2 * capacity_)));
-      std::memcpy(grown, frames_, sizeof(frame) * static_cast<size_t>(depth_));
-      if (frames_ != inline_frames_) qel_free(frames_);
-      frames_ = grown;
-      capacity_ *= 2;
-    }
-    frames_[depth_++] = frame{v, 0, true};
-  }
-
-  // Requires depth_ > 0: writes the next member or element of the innermost
-  // record, or closes it.
+  // Requires an entered record: writes its next member or element, or
+  // closes it.
   int step() {
-    frame &f = frames_[depth_ - 1];
-    const qel_var *v = f.var;
-    const qel_var *child = nullptr;
-    const char *name = nullptr;
-    uint32_t name_len = 0;
-    if (v->multi != 0) {
-      while (child == nullptr && f.next < v->data.vars.count)
-        child = static_cast<const qel_var *>(v->data.vars.entries[f.next++]);
-    } else {
-      const qel_hash *members = &v->data.members;
-      for (const qel_hash_entry *e;
-           child == nullptr && (e = qel_detail::hash_entry_at(members, static_cast<uint32_t>(f.next))) != nullptr;) {
-        ++f.next;
-        child = static_cast<const qel_var *>(e->value);
-        name = members->key_pool + e->key_offset;
-        name_len = e->key_length;
-      }
-    }
-    if (child == nullptr) {
-      const bool empty = f.first;
-      --depth_;
-      if (!empty) newline(depth_);
-      put(v->multi != 0 ? ']' : '}');
+    const qel::tree_walk::child c = walk_.next();
+    if (c.var == nullptr) {
+      if (!c.first) newline(walk_.depth());
+      out_.append(c.parent->multi != 0 ? ']' : '}');
       return QEL_JSON_OK;
     }
-    before_item(f.first, depth_);
-    f.first = false;
-    if (v->multi == 0) {
-      const int rc = string(name, name_len);
+    before_item(c.first, walk_.depth());
+    if (c.parent->multi == 0) {
+      const int rc = string(c.name, c.name_len);
       if (rc != QEL_JSON_OK) return rc;
-      if ((flags_ & QEL_JSON_INDENT) != 0) put(": ", 2);
-      else put(':');
+      if ((flags_ & QEL_JSON_INDENT) != 0) out_.append(": ", 2);
+      else out_.append(':');
     }
-    return value(child);  // may push (and move the frames): f is not used after it
+    return value(c.var);
   }
 
-  qel_stream *out_;
+  qel::out_buffer out_;
   unsigned flags_;
   int64_t start_;
-  frame inline_frames_[16];
-  frame *frames_ = inline_frames_;
-  int64_t depth_ = 0;
-  int64_t capacity_ = 16;
+  qel::tree_walk walk_;
 };
 
 }  // namespace
