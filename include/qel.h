@@ -123,7 +123,8 @@ QEL_API qel_var *qel_var_new_x(uint32_t type, uint8_t multi, void *context, qel_
  */
 QEL_API void qel_var_change(qel_var *var, uint32_t type, uint8_t multi);
 
-/* As qel_var_change, with the schema taken as in qel_var_new_x: when type code
+/* Re-forms a variant, its schema as qel_var_new_x takes it.
+ * As qel_var_change, with the schema taken as in qel_var_new_x: when type code
  * and multi byte already match nothing happens and the resolver is not called;
  * otherwise the contents are freed, the schema becomes resolver(context, type)
  * (or context), and a single record's members are built with the resolver,
@@ -166,17 +167,20 @@ QEL_API qel_schema *qel_var_schema(const qel_var *var);
  */
 QEL_API void qel_var_add_integer(qel_var *var, int64_t value);
 
-/* The same as qel_var_add_integer: appends a signed 64-bit value to an array.
+/* Appends a 64-bit integer to an array.
+ * The same as qel_var_add_integer: appends a signed 64-bit value to an array.
  */
 QEL_API void qel_var_add_long(qel_var *var, int64_t value);
 
-/* As qel_var_add_integer, for a float: codes 1, 2, 3, 9 and 4 store it
+/* Appends a float to an array.
+ * As qel_var_add_integer, for a float: codes 1, 2, 3, 9 and 4 store it
  * truncated toward zero (NaN or out of range: INT64_MIN, whose low 32 bits are
  * 0), code 5 unchanged, code 6 widened exactly.
  */
 QEL_API void qel_var_add_float(qel_var *var, float value);
 
-/* As qel_var_add_integer, for a double: codes 1, 2, 3, 9 and 4 store it
+/* Appends a double to an array.
+ * As qel_var_add_integer, for a double: codes 1, 2, 3, 9 and 4 store it
  * truncated toward zero (NaN or out of range: INT64_MIN, whose low 32 bits are
  * 0), code 5 the nearest float (an infinity beyond the float range), code 6
  * unchanged.
@@ -191,13 +195,19 @@ QEL_API void qel_var_add_double(qel_var *var, double value);
  */
 QEL_API void qel_var_set_integer(qel_var *var, int64_t index, int64_t value);
 
-/* The same as qel_var_set_integer. */
+/* Replaces a value with a 64-bit integer.
+ * The same as qel_var_set_integer.
+ */
 QEL_API void qel_var_set_long(qel_var *var, int64_t index, int64_t value);
 
-/* As qel_var_set_integer, for a float (converted as by qel_var_add_float). */
+/* Replaces a value with a float.
+ * As qel_var_set_integer, for a float (converted as by qel_var_add_float).
+ */
 QEL_API void qel_var_set_float(qel_var *var, int64_t index, float value);
 
-/* As qel_var_set_integer, for a double (converted as by qel_var_add_double). */
+/* Replaces a value with a double.
+ * As qel_var_set_integer, for a double (converted as by qel_var_add_double).
+ */
 QEL_API void qel_var_set_double(qel_var *var, int64_t index, double value);
 
 /* The value of a single numeric variant (index ignored) or element `index` of
@@ -208,16 +218,20 @@ QEL_API void qel_var_set_double(qel_var *var, int64_t index, double value);
  */
 QEL_API int64_t qel_var_get_integer(const qel_var *var, int64_t index);
 
-/* The same as qel_var_get_integer. */
+/* Reads a value as a 64-bit integer.
+ * The same as qel_var_get_integer.
+ */
 QEL_API int64_t qel_var_get_long(const qel_var *var, int64_t index);
 
-/* As qel_var_get_integer, as a float: integers rounded to the nearest float
+/* Reads a value as a float.
+ * As qel_var_get_integer, as a float: integers rounded to the nearest float
  * (ties to even), a double to the nearest float. 0.0 for an index outside the
  * array, a string or a record.
  */
 QEL_API float qel_var_get_float(const qel_var *var, int64_t index);
 
-/* As qel_var_get_integer, as a double: 32-bit integers and floats exactly,
+/* Reads a value as a double.
+ * As qel_var_get_integer, as a double: 32-bit integers and floats exactly,
  * 64-bit integers to the nearest double. 0.0 for an index outside the array, a
  * string or a record.
  */
@@ -393,7 +407,8 @@ QEL_API void qel_var_qsort(qel_var *var, int flag);
  */
 QEL_API int64_t qel_var_find(const qel_var *var, const void *key, int64_t len);
 
-/* As qel_var_find, by binary search over an array sorted ascending
+/* Finds an entry by binary search.
+ * As qel_var_find, by binary search over an array sorted ascending
  * (qel_var_qsort with a nonzero flag). Floats and doubles are searched by bit
  * pattern, which agrees with their numeric order only while no value is
  * negative.
@@ -424,20 +439,25 @@ QEL_API int qel_var_cmp(const qel_var *a, const qel_var *b);
  */
 QEL_API uint64_t qel_var_add_integer_x(qel_var *var, int64_t value);
 
-/* The same as qel_var_add_integer_x. */
+/* Keyed insert of a 64-bit integer.
+ * The same as qel_var_add_integer_x.
+ */
 QEL_API uint64_t qel_var_add_long_x(qel_var *var, int64_t value);
 
-/* As qel_var_add_integer_x, for a float (converted as by qel_var_add_float;
+/* Keyed insert of a float.
+ * As qel_var_add_integer_x, for a float (converted as by qel_var_add_float;
  * float keys are bit patterns).
  */
 QEL_API uint64_t qel_var_add_float_x(qel_var *var, float value);
 
-/* As qel_var_add_integer_x, for a double (converted as by qel_var_add_double;
+/* Keyed insert of a double.
+ * As qel_var_add_integer_x, for a double (converted as by qel_var_add_double;
  * double keys are bit patterns).
  */
 QEL_API uint64_t qel_var_add_double_x(qel_var *var, double value);
 
-/* As qel_var_add_integer_x, for `len` bytes at `bytes` in an array of codes 7
+/* Keyed insert of a byte string.
+ * As qel_var_add_integer_x, for `len` bytes at `bytes` in an array of codes 7
  * or 8 (a negative len measures with strlen; NULL counts as length 0). 0, and
  * nothing changed, for a single variant (nothing is measured), for other codes
  * and for a string the array cannot take (NULL with a positive len, 4 GiB).
@@ -567,13 +587,19 @@ QEL_API int qel_xvar_multi(const qel_xvar *v);
  */
 QEL_API void qel_xvar_add_integer(qel_xvar *v, int64_t value);
 
-/* The same as qel_xvar_add_integer. */
+/* Appends a 64-bit integer to an array.
+ * The same as qel_xvar_add_integer.
+ */
 QEL_API void qel_xvar_add_long(qel_xvar *v, int64_t value);
 
-/* As qel_xvar_add_integer, for a float (code 4 widens it exactly). */
+/* Appends a float to an array.
+ * As qel_xvar_add_integer, for a float (code 4 widens it exactly).
+ */
 QEL_API void qel_xvar_add_float(qel_xvar *v, float value);
 
-/* As qel_xvar_add_integer, for a double (code 3 stores the nearest float). */
+/* Appends a double to an array.
+ * As qel_xvar_add_integer, for a double (code 3 stores the nearest float).
+ */
 QEL_API void qel_xvar_add_double(qel_xvar *v, double value);
 
 /* Keyed insert into an array of codes 1 to 4: the value is converted as
@@ -585,13 +611,19 @@ QEL_API void qel_xvar_add_double(qel_xvar *v, double value);
  */
 QEL_API void qel_xvar_add_integer_x(qel_xvar *v, int64_t value, uint64_t **buf_out);
 
-/* The same as qel_xvar_add_integer_x. */
+/* Keyed insert of a 64-bit integer.
+ * The same as qel_xvar_add_integer_x.
+ */
 QEL_API void qel_xvar_add_long_x(qel_xvar *v, int64_t value, uint64_t **buf_out);
 
-/* As qel_xvar_add_integer_x, for a float. */
+/* Keyed insert of a float.
+ * As qel_xvar_add_integer_x, for a float.
+ */
 QEL_API void qel_xvar_add_float_x(qel_xvar *v, float value, uint64_t **buf_out);
 
-/* As qel_xvar_add_integer_x, for a double. */
+/* Keyed insert of a double.
+ * As qel_xvar_add_integer_x, for a double.
+ */
 QEL_API void qel_xvar_add_double_x(qel_xvar *v, double value, uint64_t **buf_out);
 
 /* Replaces a single value of codes 1 to 4 (index ignored, caller value kept)
@@ -601,13 +633,19 @@ QEL_API void qel_xvar_add_double_x(qel_xvar *v, double value, uint64_t **buf_out
  */
 QEL_API void qel_xvar_set_integer(qel_xvar *v, int64_t index, int64_t value);
 
-/* The same as qel_xvar_set_integer. */
+/* Replaces a value with a 64-bit integer.
+ * The same as qel_xvar_set_integer.
+ */
 QEL_API void qel_xvar_set_long(qel_xvar *v, int64_t index, int64_t value);
 
-/* As qel_xvar_set_integer, for a float. */
+/* Replaces a value with a float.
+ * As qel_xvar_set_integer, for a float.
+ */
 QEL_API void qel_xvar_set_float(qel_xvar *v, int64_t index, float value);
 
-/* As qel_xvar_set_integer, for a double. */
+/* Replaces a value with a double.
+ * As qel_xvar_set_integer, for a double.
+ */
 QEL_API void qel_xvar_set_double(qel_xvar *v, int64_t index, double value);
 
 /* A single value (index ignored) or element `index` of an array, as a signed
@@ -617,15 +655,19 @@ QEL_API void qel_xvar_set_double(qel_xvar *v, int64_t index, double value);
  */
 QEL_API int64_t qel_xvar_get_integer(const qel_xvar *v, int64_t index);
 
-/* The same as qel_xvar_get_integer. */
+/* Reads a value as a 64-bit integer.
+ * The same as qel_xvar_get_integer.
+ */
 QEL_API int64_t qel_xvar_get_long(const qel_xvar *v, int64_t index);
 
-/* As qel_xvar_get_integer, as a float (nearest, ties to even). 0.0 where
+/* Reads a value as a float.
+ * As qel_xvar_get_integer, as a float (nearest, ties to even). 0.0 where
  * qel_xvar_get_integer gives 0.
  */
 QEL_API float qel_xvar_get_float(const qel_xvar *v, int64_t index);
 
-/* As qel_xvar_get_integer, as a double (exact from codes 1 and 3, nearest from
+/* Reads a value as a double.
+ * As qel_xvar_get_integer, as a double (exact from codes 1 and 3, nearest from
  * code 2). 0.0 where qel_xvar_get_integer gives 0.
  */
 QEL_API double qel_xvar_get_double(const qel_xvar *v, int64_t index);
@@ -731,13 +773,19 @@ QEL_API int64_t qel_xvars_get_size(const qel_xvars *xs, int64_t entry);
  */
 QEL_API void qel_xvars_add_integer(qel_xvars *xs, int64_t entry, int64_t value);
 
-/* The same as qel_xvars_add_integer. */
+/* Appends a 64-bit integer to an entry.
+ * The same as qel_xvars_add_integer.
+ */
 QEL_API void qel_xvars_add_long(qel_xvars *xs, int64_t entry, int64_t value);
 
-/* As qel_xvars_add_integer, for a float. */
+/* Appends a float to an entry.
+ * As qel_xvars_add_integer, for a float.
+ */
 QEL_API void qel_xvars_add_float(qel_xvars *xs, int64_t entry, float value);
 
-/* As qel_xvars_add_integer, for a double. */
+/* Appends a double to an entry.
+ * As qel_xvars_add_integer, for a double.
+ */
 QEL_API void qel_xvars_add_double(qel_xvars *xs, int64_t entry, double value);
 
 /* Replaces value `pos` of entry `entry` (pos ignored in the single form),
@@ -747,13 +795,19 @@ QEL_API void qel_xvars_add_double(qel_xvars *xs, int64_t entry, double value);
  */
 QEL_API void qel_xvars_set_integer(qel_xvars *xs, int64_t entry, int64_t pos, int64_t value);
 
-/* The same as qel_xvars_set_integer. */
+/* Replaces a value with a 64-bit integer.
+ * The same as qel_xvars_set_integer.
+ */
 QEL_API void qel_xvars_set_long(qel_xvars *xs, int64_t entry, int64_t pos, int64_t value);
 
-/* As qel_xvars_set_integer, for a float. */
+/* Replaces a value with a float.
+ * As qel_xvars_set_integer, for a float.
+ */
 QEL_API void qel_xvars_set_float(qel_xvars *xs, int64_t entry, int64_t pos, float value);
 
-/* As qel_xvars_set_integer, for a double. */
+/* Replaces a value with a double.
+ * As qel_xvars_set_integer, for a double.
+ */
 QEL_API void qel_xvars_set_double(qel_xvars *xs, int64_t entry, int64_t pos, double value);
 
 /* Value `pos` of entry `entry` (pos ignored in the single form) as a signed
@@ -762,13 +816,19 @@ QEL_API void qel_xvars_set_double(qel_xvars *xs, int64_t entry, int64_t pos, dou
  */
 QEL_API int64_t qel_xvars_get_integer(const qel_xvars *xs, int64_t entry, int64_t pos);
 
-/* The same as qel_xvars_get_integer. */
+/* Reads a value as a 64-bit integer.
+ * The same as qel_xvars_get_integer.
+ */
 QEL_API int64_t qel_xvars_get_long(const qel_xvars *xs, int64_t entry, int64_t pos);
 
-/* As qel_xvars_get_integer, as a float; 0.0 where it gives 0. */
+/* Reads a value as a float.
+ * As qel_xvars_get_integer, as a float; 0.0 where it gives 0.
+ */
 QEL_API float qel_xvars_get_float(const qel_xvars *xs, int64_t entry, int64_t pos);
 
-/* As qel_xvars_get_integer, as a double; 0.0 where it gives 0. */
+/* Reads a value as a double.
+ * As qel_xvars_get_integer, as a double; 0.0 where it gives 0.
+ */
 QEL_API double qel_xvars_get_double(const qel_xvars *xs, int64_t entry, int64_t pos);
 
 /* Multi form, code 5 only: appends a copy of `len` bytes of `str` (negative:

@@ -174,13 +174,15 @@ typedef struct qel_arrow_error {
 QEL_API int qel_arrow_export_var(const qel_var *v, unsigned flags, struct ArrowSchema *schema, struct ArrowArray *array,
                                  qel_arrow_error *err);
 
-/* As qel_arrow_export_var, for a light variant of codes 1 to 5 (a single one
+/* Exports a light variant as an Arrow array.
+ * As qel_arrow_export_var, for a light variant of codes 1 to 5 (a single one
  * becomes an array of one value). Another code: QEL_ARROW_ERR_SHAPE.
  */
 QEL_API int qel_arrow_export_xvar(const qel_xvar *x, unsigned flags, struct ArrowSchema *schema,
                                   struct ArrowArray *array, qel_arrow_error *err);
 
-/* As qel_arrow_export_var, for a column set of codes 1 to 5: in the multi
+/* Exports a column set as an Arrow array.
+ * As qel_arrow_export_var, for a column set of codes 1 to 5: in the multi
  * form a list array with one list per entry, in the single form an array of
  * one value per entry. Another code: QEL_ARROW_ERR_SHAPE.
  */
@@ -240,7 +242,8 @@ QEL_API int qel_arrow_export_stream(const qel_var *v, int64_t chunk_rows, unsign
 QEL_API int qel_arrow_import(qel_var *dst, const struct ArrowSchema *schema, const struct ArrowArray *array,
                              void *context, qel_schema_resolver resolver, unsigned flags, qel_arrow_error *err);
 
-/* As qel_arrow_import, for every chunk of a stream in order: the elements of
+/* Imports an Arrow stream, chunk by chunk.
+ * As qel_arrow_import, for every chunk of a stream in order: the elements of
  * `dst` become the rows of all chunks. Each chunk taken from the stream is
  * released here; the stream itself stays the caller's (release it after).
  * A failing callback is QEL_ARROW_ERR_STREAM, with the stream's last error
