@@ -305,7 +305,7 @@ void append_all(qel_array *dst, const qel_array *src) {
 
 // Requires room for a qel_var at place; the record alone, storage not yet
 // initialised.
-qel_var *qel::var_at(void *place, uint32_t type, uint8_t multi, qel_schema *schema) {
+qel_var *qel_var_at(void *place, uint32_t type, uint8_t multi, qel_schema *schema) {
   qel_var *var = ::new (place) qel_var;
   var->type = type;
   var->multi = multi;
@@ -315,12 +315,12 @@ qel_var *qel::var_at(void *place, uint32_t type, uint8_t multi, qel_schema *sche
 }
 
 // Requires nothing; the record alone in a block of its own.
-qel_var *qel::var_alloc(uint32_t type, uint8_t multi, qel_schema *schema) {
-  return var_at(qel_malloc(sizeof(qel_var)), type, multi, schema);
+qel_var *qel_var_alloc(uint32_t type, uint8_t multi, qel_schema *schema) {
+  return qel_var_at(qel_malloc(sizeof(qel_var)), type, multi, schema);
 }
 
 // Requires type and multi set, data uninitialised; path NULL at the top.
-void qel::var_init_at(qel_var *var, void *context, qel_schema_resolver resolver, const build_path *path) {
+void qel_var_init_at(qel_var *var, void *context, qel_schema_resolver resolver, const qel::build_path *path) {
   const storage cls = storage_of(var->type);
   if (var->multi != 0) {
     switch (cls) {
@@ -336,7 +336,7 @@ void qel::var_init_at(qel_var *var, void *context, qel_schema_resolver resolver,
     case storage::bytes: qel_stream_init(&var->data.stream); break;
     case storage::record:
       qel_hash_init(&var->data.members, 1, 0);
-      members_new(var, context, resolver, path);
+      qel_var_members_new(var, context, resolver, path);
       break;
   }
   var->buf = 0;
@@ -344,13 +344,13 @@ void qel::var_init_at(qel_var *var, void *context, qel_schema_resolver resolver,
 
 // Requires type and multi set, data uninitialised.
 void qel_var_init(qel_var *var, void *context, qel_schema_resolver resolver) {
-  qel::var_init_at(var, context, resolver, nullptr);
+  qel_var_init_at(var, context, resolver, nullptr);
 }
 
 // Requires initialised storage; releases it, keeping type, multi and schema.
 void qel_var_free_x(qel_var *var) {
   const storage cls = storage_of(var->type);
-  if (cls == storage::record) return qel::record_free_x(var);
+  if (cls == storage::record) return qel_var_record_free_x(var);
   if (var->multi != 0) {
     switch (cls) {
       case storage::bits32: qel_arrayd_term(&var->data.arrayd); return;
@@ -368,8 +368,8 @@ void qel_var_free_x(qel_var *var) {
   var->buf = 0;
 }
 
-// Requires two variants of one type code and multi byte, src from var_alloc.
-void qel::var_move_storage(qel_var *dst, qel_var *src) {
+// Requires two variants of one type code and multi byte, src from qel_var_alloc.
+void qel_var_move_storage(qel_var *dst, qel_var *src) {
   qel_var_free_x(dst);
   dst->data = src->data;
   dst->buf = src->buf;
@@ -385,8 +385,8 @@ void qel_var_term(void *var) {
 
 // Requires nothing; a variant with no schema and a fresh value.
 extern "C" QEL_API qel_var *qel_var_new(uint32_t type, uint8_t multi) {
-  qel_var *var = qel::var_alloc(type, multi, nullptr);
-  qel::var_init_at(var, nullptr, nullptr, nullptr);
+  qel_var *var = qel_var_alloc(type, multi, nullptr);
+  qel_var_init_at(var, nullptr, nullptr, nullptr);
   return var;
 }
 
@@ -397,13 +397,13 @@ extern "C" QEL_API void qel_var_change(qel_var *var, uint32_t type, uint8_t mult
   qel_var_free_x(var);
   var->type = type;
   var->multi = multi;
-  qel::var_init_at(var, nullptr, nullptr, nullptr);
+  qel_var_init_at(var, nullptr, nullptr, nullptr);
 }
 
 // Requires a variant (NULL is not one).
 extern "C" QEL_API void qel_var_free(qel_var *var) {
   QEL_REQUIRE(var != nullptr);
-  if (storage_of(var->type) == storage::record) return qel::var_free_tree(var);
+  if (storage_of(var->type) == storage::record) return qel_var_free_tree(var);
   qel_var_free_x(var);
   qel_free(var);
 }

@@ -80,7 +80,7 @@ void reform(qel_var *var, uint32_t type, uint8_t multi, qel_schema *schema) {
 // gives, but a single record without the members of its schema.
 void init_bare(qel_var *var) {
   if (var->multi != 0 || storage_of(var->type) != storage::record)
-    return qel::var_init_at(var, nullptr, nullptr, nullptr);
+    return qel_var_init_at(var, nullptr, nullptr, nullptr);
   qel_hash_init(&var->data.members, 1, 0);
   var->buf = 0;
 }
@@ -152,7 +152,7 @@ class copier {
   // as the copy makes it.
   void init(qel_var *var) const {
     if (bare_) init_bare(var);
-    else qel::var_init_at(var, nullptr, nullptr, nullptr);
+    else qel_var_init_at(var, nullptr, nullptr, nullptr);
   }
 
   // Requires two variants with disjoint trees: dst takes src's form and value
@@ -186,11 +186,11 @@ class copier {
     const qel_hash *members = &src->data.members;
     qel_hash *into = &dst->data.members;
     if (members->priv_count == 0) return;
-    if (into->priv_count == 0 && into->priv_block == nullptr && qel::members_clonable(members)) {
+    if (into->priv_count == 0 && into->priv_block == nullptr && qel_var_members_clonable(members)) {
       // Every member is new to dst: its hash takes src's keys wholesale, and
       // each member is made in its place, as it would be on its own, when its
       // turn comes.
-      qel::members_clone_shape(into, members);
+      qel_var_members_clone_shape(into, members);
       return stack_.push({dst, src, 0, match::places});
     }
     const bool positions = !(members->priv_flags & qel_detail::kHashDuplicates) && same_shape(into, members);
@@ -226,7 +226,7 @@ class copier {
       if (from == nullptr) continue;
       qel_var *to = how != match::names ? static_cast<qel_var *>(dst->data.members.priv_entries[k].value)
                                         : member_named(dst, members->key_pool + e.key_offset, e.key_length, from);
-      if (how == match::places) init(qel::var_at(to, from->type, from->multi, from->schema));
+      if (how == match::places) init(qel_var_at(to, from->type, from->multi, from->schema));
       if (to == nullptr || copy_single_value(to, from)) continue;  // NULL: the hash is full
       f.next = k + 1;
       copy_node(to, from);
@@ -239,7 +239,7 @@ class copier {
   // name, made like from when dst has none, or NULL when the hash is full.
   qel_var *member_named(qel_var *dst, const char *name, uint32_t length, const qel_var *from) const {
     if (auto *to = static_cast<qel_var *>(qel_detail::hash_get(&dst->data.members, name, length))) return to;
-    qel_var *to = qel::var_alloc(from->type, from->multi, from->schema);
+    qel_var *to = qel_var_alloc(from->type, from->multi, from->schema);
     init(to);
     if (qel_hash_insert(&dst->data.members, name, length, to) != nullptr) return to;
     qel_var_free(to);
@@ -254,7 +254,7 @@ class copier {
 // what it holds (its records get no members from their schemas), so that
 // copying from it gives what copying from src gives.
 qel_var *replica_of(const qel_var *src) {
-  qel_var *copy = qel::var_alloc(src->type, src->multi, src->schema);
+  qel_var *copy = qel_var_alloc(src->type, src->multi, src->schema);
   init_bare(copy);
   copier(true).run(copy, src);
   return copy;
@@ -264,7 +264,7 @@ qel_var *replica_of(const qel_var *src) {
 void add_element_copy(qel_var *dst, const qel_var *e) {
   qel_var *element = qel_var_new(e->type, e->multi);
   element->schema = e->schema;
-  qel::var_copy_into(element, e);
+  qel_var_copy_into(element, e);
   qel_arrays_append(&dst->data.vars, element);
 }
 
@@ -307,7 +307,7 @@ void append_values(qel_var *dst, const qel_var *src) {
 }  // namespace
 
 // Requires two variants with disjoint trees.
-void qel::var_copy_into(qel_var *dst, const qel_var *src) { copier(false).run(dst, src); }
+void qel_var_copy_into(qel_var *dst, const qel_var *src) { copier(false).run(dst, src); }
 
 // Requires two variants (may be the same or nested in one another): dst
 // becomes a deep copy of src; a record dst keeps members src does not have.
@@ -317,11 +317,11 @@ extern "C" QEL_API void qel_var_copy(qel_var *dst, const qel_var *src) {
   if (dst == src) return;
   if (contains(dst, src) || contains(src, dst)) {
     qel_var *snapshot = replica_of(src);
-    qel::var_copy_into(dst, snapshot);
+    qel_var_copy_into(dst, snapshot);
     qel_var_free(snapshot);
     return;
   }
-  qel::var_copy_into(dst, src);
+  qel_var_copy_into(dst, src);
 }
 
 // Requires two variants (may be the same or nested in one another): dst

@@ -115,7 +115,7 @@ bool has_children(const qel_var *var) {
 // rest of its storage as qel_var_free_x does.
 void record_end(qel_var *var) {
   if (var->multi != 0) return qel_arrays_term(&var->data.vars);
-  if (qel::owns_block(var)) qel_detail::hash_forget_block(&var->data.members);  // the block goes with var
+  if (qel_var_owns_block(var)) qel_detail::hash_forget_block(&var->data.members);  // the block goes with var
   else qel_hash_term(&var->data.members);
   var->buf = 0;
 }
@@ -237,8 +237,8 @@ void fill(qel_var *var, qel_var *places, int64_t in_place, void *context, qel_sc
     const uint32_t tag = qel_detail::array_tag(schema, i);
     const uint32_t type = tag & 0xFFFFu;
     const auto multi = static_cast<uint8_t>(tag >> 16);
-    qel_var *member = i < in_place ? qel::var_make_at(&places[i], type, multi, context, resolver, here)
-                                   : qel::var_new_at(type, multi, context, resolver, here);
+    qel_var *member = i < in_place ? qel_var_make_at(&places[i], type, multi, context, resolver, here)
+                                   : qel_var_new_at(type, multi, context, resolver, here);
     // The name only now: a resolver may have changed this schema meanwhile.
     const char *name = nullptr;
     int64_t length = 0;
@@ -255,9 +255,9 @@ void fill(qel_var *var, qel_var *places, int64_t in_place, void *context, qel_sc
 
 // Requires a single record with an initialised, empty member hash: creates the
 // members its schema lists, unless may_build says otherwise.
-void qel::members_new(qel_var *var, void *context, qel_schema_resolver resolver, const build_path *up) {
+void qel_var_members_new(qel_var *var, void *context, qel_schema_resolver resolver, const qel::build_path *up) {
   if (!may_build(var->schema, up)) return;
-  const build_path here{var->schema, up, up != nullptr ? up->depth + 1 : 1};
+  const qel::build_path here{var->schema, up, up != nullptr ? up->depth + 1 : 1};
   const block_plan plan = plan_of(var->schema);
   qel_var *places = nullptr;
   if (plan.places != 0)
@@ -270,8 +270,8 @@ void qel::members_new(qel_var *var, void *context, qel_schema_resolver resolver,
 // Requires a record-class code; a single record of that code and schema made
 // with its members in one block, the record first, or NULL (nothing made,
 // nothing called) when its members would not share a block.
-qel_var *qel::record_new_at(uint32_t type, qel_schema *schema, void *context, qel_schema_resolver resolver,
-                            const build_path *up) {
+qel_var *qel_var_record_new_at(uint32_t type, qel_schema *schema, void *context, qel_schema_resolver resolver,
+                               const qel::build_path *up) {
   if (!may_build(schema, up)) return nullptr;
   const block_plan plan = plan_of(schema);
   if (plan.places == 0) return nullptr;
@@ -279,20 +279,20 @@ qel_var *qel::record_new_at(uint32_t type, qel_schema *schema, void *context, qe
   qel_detail::hash_init(&members);
   void *block =
       qel_detail::hash_reserve_block(&members, sizeof(qel_var) + block_front(plan.places), plan.places, plan.key_bytes);
-  qel_var *var = var_at(block, type, 0, schema);
+  qel_var *var = qel_var_at(block, type, 0, schema);
   var->data.members = members;
-  const build_path here{schema, up, up != nullptr ? up->depth + 1 : 1};
+  const qel::build_path here{schema, up, up != nullptr ? up->depth + 1 : 1};
   fill(var, places_of(var + 1, plan.places), plan.places, context, resolver, &here);
   return var;
 }
 
 // Requires a single record; whether it was made with its members' block
 // (record_new_at), which it then holds until it is freed.
-bool qel::owns_block(const qel_var *var) { return var->data.members.priv_block == var; }
+bool qel_var_owns_block(const qel_var *var) { return var->data.members.priv_block == var; }
 
 // Requires a single record; frees its members, leaving NULL in their entries
 // (places in the block are marked unless the block goes right after).
-void qel::members_free(qel_var *var, bool block_stays) {
+void qel_var_members_free(qel_var *var, bool block_stays) {
   release_list list;
   list_children(list, var, block_stays);
   release_all(list);
@@ -300,15 +300,15 @@ void qel::members_free(qel_var *var, bool block_stays) {
 
 // Requires a record with initialised storage: releases it (members, elements,
 // hash or array) as qel_var_free_x does.
-void qel::record_free_x(qel_var *var) {
+void qel_var_record_free_x(qel_var *var) {
   release_list list;
-  list_children(list, var, var->multi == 0 && owns_block(var));
+  list_children(list, var, var->multi == 0 && qel_var_owns_block(var));
   release_all(list);
   record_end(var);
 }
 
 // Requires a variant: frees it and everything it holds.
-void qel::var_free_tree(qel_var *var) {
+void qel_var_free_tree(qel_var *var) {
   release_list list;
   list.take(var, 0);
   release_all(list);
@@ -318,7 +318,7 @@ void qel::var_free_tree(qel_var *var) {
 // whose keys are distinct, every entry holding a member: gives the first the
 // second's keys in the same order and a block with a place for each member;
 // each entry's value is its place, not yet initialised.
-qel_var *qel::members_clone_shape(qel_hash *members, const qel_hash *shape) {
+qel_var *qel_var_members_clone_shape(qel_hash *members, const qel_hash *shape) {
   const uint32_t n = shape->priv_count;
   qel_var *places = places_of(qel_detail::hash_clone_block(members, shape, block_front(n)), n);
   for (uint32_t k = 0; k < n; ++k) members->priv_entries[k].value = &places[k];
@@ -326,7 +326,7 @@ qel_var *qel::members_clone_shape(qel_hash *members, const qel_hash *shape) {
 }
 
 // Requires a member hash; whether members_clone_shape may copy it.
-bool qel::members_clonable(const qel_hash *shape) {
+bool qel_var_members_clonable(const qel_hash *shape) {
   if ((shape->priv_flags & qel_detail::kHashDuplicates) || shape->priv_count > kMaxBlockMembers) return false;
   for (uint32_t k = 0; k < shape->priv_count; ++k)
     if (shape->priv_entries[k].value == nullptr) return false;
@@ -335,8 +335,8 @@ bool qel::members_clonable(const qel_hash *shape) {
 
 // Requires a single record with an empty member hash.
 void qel_var_hash_new(qel_var *var, void *context, qel_schema_resolver resolver) {
-  qel::members_new(var, context, resolver, nullptr);
+  qel_var_members_new(var, context, resolver, nullptr);
 }
 
 // Requires a single record; frees its members, leaving NULL in their entries.
-void qel_var_hash_free(qel_var *var) { qel::members_free(var, true); }
+void qel_var_hash_free(qel_var *var) { qel_var_members_free(var, true); }

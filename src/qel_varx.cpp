@@ -24,22 +24,22 @@ inline void unpack_tag(uint32_t tag, uint32_t *type_out, uint8_t *multi_out) {
 }  // namespace
 
 // Requires nothing; the schema comes from the resolver, else the context.
-qel_var *qel::var_make_at(void *place, uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
-                          const build_path *path) {
-  qel_var *var = var_at(place, type, multi, nullptr);
+qel_var *qel_var_make_at(void *place, uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
+                         const qel::build_path *path) {
+  qel_var *var = qel_var_at(place, type, multi, nullptr);
   var->schema = resolver != nullptr ? resolver(context, type) : static_cast<qel_schema *>(context);
-  var_init_at(var, context, resolver, path);
+  qel_var_init_at(var, context, resolver, path);
   return var;
 }
 
-// Requires nothing: var_make_at in a block of its own.
-qel_var *qel::var_new_at(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
-                         const build_path *path) {
+// Requires nothing: qel_var_make_at in a block of its own.
+qel_var *qel_var_new_at(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver,
+                        const qel::build_path *path) {
   qel_schema *schema = resolver != nullptr ? resolver(context, type) : static_cast<qel_schema *>(context);
-  if (multi == 0 && storage_of(type) == qel::storage::record)
-    if (qel_var *var = record_new_at(type, schema, context, resolver, path)) return var;
-  qel_var *var = var_alloc(type, multi, schema);
-  var_init_at(var, context, resolver, path);
+  if (multi == 0 && qel::storage_of(type) == qel::storage::record)
+    if (qel_var *var = qel_var_record_new_at(type, schema, context, resolver, path)) return var;
+  qel_var *var = qel_var_alloc(type, multi, schema);
+  qel_var_init_at(var, context, resolver, path);
   return var;
 }
 
@@ -118,7 +118,7 @@ extern "C" QEL_API qel_schema *qel_var_schema(const qel_var *var) {
 // Requires a resolver that returns a schema (or NULL) for record codes, or
 // no resolver and a context that is a schema (or NULL) for a single record.
 extern "C" QEL_API qel_var *qel_var_new_x(uint32_t type, uint8_t multi, void *context, qel_schema_resolver resolver) {
-  return qel::var_new_at(type, multi, context, resolver, nullptr);
+  return qel_var_new_at(type, multi, context, resolver, nullptr);
 }
 
 // Requires a variant, and context and resolver as for qel_var_new_x; does

@@ -428,8 +428,8 @@ class importer {
     if (resolver_ != nullptr) {
       e = qel_var_new_x(arr->type, 0, context_, resolver_);
     } else {
-      e = qel::var_alloc(arr->type, 0, arr->schema);
-      qel::var_init_at(e, context_, nullptr, nullptr);
+      e = qel_var_alloc(arr->type, 0, arr->schema);
+      qel_var_init_at(e, context_, nullptr, nullptr);
     }
     qel_arrays_append(&arr->data.vars, e);  // owned by the array from here on
     return e;
@@ -552,8 +552,8 @@ namespace {
 // Requires a multi variant: a fresh, empty variant of its code, form and
 // schema, for an import to fill.
 qel_var *fresh_like(const qel_var *dst) {
-  qel_var *work = qel::var_alloc(dst->type, dst->multi, dst->schema);
-  qel::var_init_at(work, nullptr, nullptr, nullptr);
+  qel_var *work = qel_var_alloc(dst->type, dst->multi, dst->schema);
+  qel_var_init_at(work, nullptr, nullptr, nullptr);
   return work;
 }
 
@@ -561,7 +561,7 @@ qel_var *fresh_like(const qel_var *dst) {
 // keeping dst's caller value, and frees what is left of it.
 void commit(qel_var *dst, qel_var *work) {
   work->buf = dst->buf;
-  qel::var_move_storage(dst, work);
+  qel_var_move_storage(dst, work);
   qel_var_free(work);
 }
 

@@ -46,7 +46,7 @@ class undo_log {
     entry &e = push(v, kind::storage);
     e.old = v->data;
     e.bits = v->buf;
-    qel::var_init_at(v, nullptr, nullptr, nullptr);
+    qel_var_init_at(v, nullptr, nullptr, nullptr);
     v->buf = e.bits;
   }
 

@@ -529,8 +529,8 @@ class reader {
         if (resolver_ != nullptr) {
           e = qel_var_new_x(v->type, 0, context_, resolver_);
         } else {
-          e = qel::var_alloc(v->type, 0, v->schema);
-          qel::var_init_at(e, context_, nullptr, nullptr);
+          e = qel_var_alloc(v->type, 0, v->schema);
+          qel_var_init_at(e, context_, nullptr, nullptr);
         }
         qel_arrays_append(&v->data.vars, e);  // owned by the array from here on
         ++fresh_;
@@ -735,7 +735,7 @@ extern "C" int qel_json_read(qel_var *dst, const char *text, int64_t len, void *
     reader r(text, len, context, resolver, flags, err, nullptr);
     rc = r.run(work);
   }
-  if (rc == QEL_JSON_OK) qel::var_move_storage(dst, work);
+  if (rc == QEL_JSON_OK) qel_var_move_storage(dst, work);
   qel_var_free(work);
   return rc;
 }

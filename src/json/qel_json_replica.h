@@ -26,8 +26,8 @@ namespace replica_detail {
 // Requires nothing: an empty variant of src's code and form, with src's
 // schema and caller value (a single record gets no members).
 inline qel_var *empty_like(const qel_var *src) {
-  qel_var *v = qel::var_alloc(src->type, src->multi, nullptr);
-  qel::var_init_at(v, nullptr, nullptr, nullptr);
+  qel_var *v = qel_var_alloc(src->type, src->multi, nullptr);
+  qel_var_init_at(v, nullptr, nullptr, nullptr);
   v->schema = src->schema;
   v->buf = src->buf;
   return v;
@@ -86,7 +86,7 @@ inline void fill(const qel_var *from, qel_var *to, pending &queue) {
 
 }  // namespace replica_detail
 
-// Requires a variant: its replica, made by var_alloc (so var_move_storage
+// Requires a variant: its replica, made by qel_var_alloc (so qel_var_move_storage
 // may take its storage). Any depth: the walk keeps its own stack.
 inline qel_var *replica_of(const qel_var *src) {
   replica_detail::pending queue;
