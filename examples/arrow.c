@@ -74,9 +74,9 @@ int main(void) {
     int i, k, ok;
 
     reading = qel_var_schema_new();
-    qel_var_schema_add(reading, "city", 4, 7, 0);    /* byte string */
-    qel_var_schema_add(reading, "celsius", 7, 6, 0); /* double */
-    qel_var_schema_add(reading, "hourly", 6, 5, 1);  /* floats */
+    qel_var_schema_add(reading, "city", 4, QEL_VAR_BYTES, 0);
+    qel_var_schema_add(reading, "celsius", 7, QEL_VAR_DOUBLE, 0);
+    qel_var_schema_add(reading, "hourly", 6, QEL_VAR_FLOAT, 1); /* an array */
 
     readings = qel_var_new_x(20, 1, NULL, resolve);
     for (i = 0; i < 10; ++i) {

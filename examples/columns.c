@@ -36,12 +36,12 @@ static int fail(const char *what, int64_t row, int64_t k) {
 }
 
 int main(void) {
-    qel_xvars *ids = qel_xvars_new(1, 0);
-    qel_xvars *samples = qel_xvars_new(4, 1);
-    qel_xvars *labels = qel_xvars_new(5, 1);
-    qel_xvar *id = qel_xvar_new(1, 0);
-    qel_xvar *row = qel_xvar_new(4, 1);
-    qel_xvar *names = qel_xvar_new(5, 1);
+    qel_xvars *ids = qel_xvars_new(QEL_XVAR_UINT32, 0);
+    qel_xvars *samples = qel_xvars_new(QEL_XVAR_DOUBLE, 1);
+    qel_xvars *labels = qel_xvars_new(QEL_XVAR_BYTES, 1);
+    qel_xvar *id = qel_xvar_new(QEL_XVAR_UINT32, 0);
+    qel_xvar *row = qel_xvar_new(QEL_XVAR_DOUBLE, 1);
+    qel_xvar *names = qel_xvar_new(QEL_XVAR_BYTES, 1);
     int64_t counts[ROWS];
     int64_t values = 0;
     char text[32];
@@ -117,8 +117,8 @@ int main(void) {
         }
         /* Fetching appends label bytes to the light variant's pool: empty it now and then. */
         if (r % 256 == 0) {
-            qel_xvar_change(names, 5, 2);
-            qel_xvar_change(names, 5, 1);
+            qel_xvar_change(names, QEL_XVAR_BYTES, 2);
+            qel_xvar_change(names, QEL_XVAR_BYTES, 1);
         }
     }
 

@@ -34,13 +34,13 @@ int main(void) {
 
     player = qel_var_schema_new();
     position = qel_var_schema_new();
-    qel_var_schema_add(player, "name", 4, 7, 0);  /* byte string */
-    qel_var_schema_add(player, "score", 5, 5, 0); /* float */
-    qel_var_schema_add(player, "lives", 5, 1, 0); /* unsigned 32-bit */
-    qel_var_schema_add(player, "at", 2, 21, 0);   /* a position record */
-    qel_var_schema_add(player, "tags", 4, 7, 1);  /* array of strings */
-    qel_var_schema_add(position, "x", 1, 4, 0);   /* 64-bit integer */
-    qel_var_schema_add(position, "y", 1, 6, 0);   /* double */
+    qel_var_schema_add(player, "name", 4, QEL_VAR_BYTES, 0);
+    qel_var_schema_add(player, "score", 5, QEL_VAR_FLOAT, 0);
+    qel_var_schema_add(player, "lives", 5, QEL_VAR_UINT32, 0);
+    qel_var_schema_add(player, "at", 2, 21, 0);              /* a position record */
+    qel_var_schema_add(player, "tags", 4, QEL_VAR_BYTES, 1); /* an array */
+    qel_var_schema_add(position, "x", 1, QEL_VAR_INT64, 0);
+    qel_var_schema_add(position, "y", 1, QEL_VAR_DOUBLE, 0);
 
     p = qel_var_new_x(20, 0, NULL, resolve);
     qel_var_set_string(member(p, "name"), 0, "Ana", -1);

@@ -34,7 +34,7 @@ static void print_doubles(const char *label, const qel_var *v) {
 static void doubles(void) {
     static const double values[] = {3.5, -1.0, 2.25, 10.0, 0.5, 2.25};
     const int64_t n = (int64_t)(sizeof values / sizeof values[0]);
-    qel_var *v = qel_var_new(6, 1); /* an array of doubles */
+    qel_var *v = qel_var_new(QEL_VAR_DOUBLE, 1);
     double key;
     int64_t i, at;
 
@@ -71,7 +71,7 @@ static void doubles(void) {
 
 static void strings(void) {
     static const char *const words[] = {"pear", "apple", "fig", "banana", "cherry"};
-    qel_var *v = qel_var_new(7, 1); /* an array of byte strings */
+    qel_var *v = qel_var_new(QEL_VAR_BYTES, 1);
     const char *text;
     int64_t length, i, at;
 
@@ -98,7 +98,7 @@ static void tally(void) {
     /* Count how often each number occurs, keeping first-seen order. */
     static const int64_t seen[] = {5, 3, 5, 9, 3, 5, 12, 9, 5};
     const int64_t n = (int64_t)(sizeof seen / sizeof seen[0]);
-    qel_var *counts = qel_var_new(4, 1); /* 64-bit integers: the search key is an int64_t */
+    qel_var *counts = qel_var_new(QEL_VAR_INT64, 1); /* the search key is an int64_t */
     int64_t i;
 
     for (i = 0; i < n; ++i) {
@@ -122,7 +122,7 @@ static void tally(void) {
     /* The same tally over words, through the string keyed insert. */
     {
         static const char *const text[] = {"to", "be", "or", "not", "to", "be"};
-        qel_var *words = qel_var_new(7, 1);
+        qel_var *words = qel_var_new(QEL_VAR_BYTES, 1);
         int64_t at;
         for (i = 0; i < 6; ++i) {
             const uint64_t before = qel_var_add_string_x(words, text[i], -1);
