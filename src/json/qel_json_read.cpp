@@ -348,8 +348,9 @@ class reader {
   static const char *expected_of(uint32_t type, uint8_t multi) {
     if (multi != 0) return "expected an array";
     switch (storage_of(type)) {
-      case storage::bits32: return type == 5 ? "expected a number" : "expected an integer from 0 to 4294967295";
-      case storage::bits64: return type == 6 ? "expected a number" : "expected an integer";
+      case storage::bits32:
+        return type == QEL_VAR_FLOAT ? "expected a number" : "expected an integer from 0 to 4294967295";
+      case storage::bits64: return type == QEL_VAR_DOUBLE ? "expected a number" : "expected an integer";
       case storage::bytes: return "expected a string";
       case storage::record: break;
     }
@@ -408,19 +409,19 @@ class reader {
     if (!number(t, expected)) return false;
     conv_result r = conv_result::ok;
     switch (type) {
-      case 5: {
+      case QEL_VAR_FLOAT: {
         float f = 0;
         r = qel::json::token_to_float(t, &f);
         *b32 = qel::conv::float_bits(f);
         break;
       }
-      case 6: {
+      case QEL_VAR_DOUBLE: {
         double d = 0;
         r = qel::json::token_to_double(t, &d);
         *b64 = static_cast<uint64_t>(qel::conv::double_bits(d));
         break;
       }
-      case 4: {
+      case QEL_VAR_INT64: {
         int64_t i = 0;
         r = qel::json::token_to_int(t, INT64_MIN, INT64_MAX, &i);
         *b64 = static_cast<uint64_t>(i);
@@ -437,8 +438,8 @@ class reader {
     const int64_t n = p_ - start;
     std::snprintf(text, sizeof text, "%.*s%s", static_cast<int>(n > 40 ? 40 : n), start, n > 40 ? "..." : "");
     p_ = start;
-    if (type == 5 || type == 6)
-      expected = type == 5 ? "expected a number within the float range" : "expected a number within the double range";
+    if (type == QEL_VAR_FLOAT) expected = "expected a number within the float range";
+    if (type == QEL_VAR_DOUBLE) expected = "expected a number within the double range";
     return fail(QEL_JSON_ERR_RANGE, expected, text);
   }
 
