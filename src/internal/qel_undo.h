@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "internal/qel_inline_stack.h"
+#include "internal/qel_work_stack.h"
 #include "internal/qel_var_internal.h"
 
 namespace qel {
@@ -52,7 +52,7 @@ class undo_log {
 
   // Requires nothing: the read succeeded; storage set aside is freed.
   void commit() {
-    for (int64_t i = 0; i < entries_.size(); ++i) {
+    for (size_t i = 0; i < entries_.size(); ++i) {
       const entry &e = entries_[i];
       if (e.k != kind::storage) continue;
       qel_var old = *e.var;
@@ -64,7 +64,7 @@ class undo_log {
 
   // Requires nothing: every recorded change is undone, newest first.
   void roll_back() {
-    for (int64_t i = entries_.size() - 1; i >= 0; --i) {
+    for (size_t i = entries_.size(); i-- > 0;) {
       const entry &e = entries_[i];
       switch (e.k) {
         case kind::number: std::memcpy(&e.var->data, &e.bits, sizeof(uint64_t)); break;
@@ -96,13 +96,14 @@ class undo_log {
   };
 
   entry &push(qel_var *v, kind k) {
-    entry &e = entries_.push();
+    entries_.push(entry{});
+    entry &e = entries_.top();
     e.var = v;
     e.k = k;
     return e;
   }
 
-  inline_stack<entry> entries_;
+  work_stack<entry, 16> entries_;
   qel_stream bytes_;  // old bytes of strings rewritten in place
 };
 

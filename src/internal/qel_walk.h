@@ -11,7 +11,7 @@
 
 #include <cstdint>
 
-#include "internal/qel_inline_stack.h"
+#include "internal/qel_work_stack.h"
 #include "qel_std_internal.h"
 
 namespace qel {
@@ -26,14 +26,14 @@ class tree_walk {
     bool first;  // nothing of the parent was given before (with var NULL: it had nothing)
   };
 
-  int64_t depth() const { return frames_.size(); }
+  int64_t depth() const { return static_cast<int64_t>(frames_.size()); }
   // Requires a record or record array: its children come next.
   void enter(const qel_var *v) { frames_.push(frame{v, 0, true}); }
 
   // Requires depth() > 0: the next child of the innermost record, or, when
   // none is left, var NULL (and the record is left).
   child next() {
-    frame &f = frames_.back();
+    frame &f = frames_.top();
     const qel_var *v = f.var;
     child c{nullptr, v, nullptr, 0, f.first};
     if (v->multi != 0) {
@@ -60,7 +60,7 @@ class tree_walk {
     int64_t next;  // member slot (single record) or element index (array)
     bool first;    // nothing given of it yet
   };
-  inline_stack<frame> frames_;
+  work_stack<frame, 16> frames_;
 };
 
 }  // namespace qel

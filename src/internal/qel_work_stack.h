@@ -1,8 +1,8 @@
 // The explicit stack of the walks over variant trees (copy, equality, the
-// search for one variant inside another), so that no walk recurses as deep as
-// the tree: the first frames live in the stack object itself, on the caller's
-// stack, so a shallow walk allocates nothing; deeper walks move them into a
-// heap block that doubles as it fills.
+// search for one variant inside another, the formats' writers) and of the
+// undo log, so that no walk recurses as deep as the tree: the first frames live in the stack object itself, on the
+// caller's stack, so a shallow walk allocates nothing; deeper walks move them into a heap block that doubles as it
+// fills.
 #ifndef QEL_INTERNAL_WORK_STACK_H
 #define QEL_INTERNAL_WORK_STACK_H
 
@@ -32,6 +32,10 @@ class work_stack {
   Frame &top() { return frames_[size_ - 1]; }
   // Requires a frame: drops the newest one.
   void pop() { --size_; }
+  // Requires i < size(): the frame pushed i-th (the oldest is 0).
+  Frame &operator[](size_t i) { return frames_[i]; }
+  // Drops every frame; the room stays.
+  void clear() { size_ = 0; }
   // Takes the frame by value: it may be a copy of one in the stack.
   void push(Frame frame) {
     if (size_ == capacity_) grow();

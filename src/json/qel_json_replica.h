@@ -15,7 +15,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "internal/qel_inline_stack.h"
+#include "internal/qel_work_stack.h"
 #include "internal/qel_var_internal.h"
 #include "qel_std_internal.h"
 
@@ -38,7 +38,7 @@ struct pair {
   const qel_var *from;
   qel_var *to;
 };
-using pending = inline_stack<pair>;
+using pending = work_stack<pair, 16>;
 
 // Requires an original and its empty replica: fills the replica's own
 // storage; nested records are made empty and queued.
@@ -96,7 +96,8 @@ inline qel_var *replica_of(const qel_var *src) {
   for (;;) {
     replica_detail::fill(from, to, queue);
     if (queue.empty()) return root;
-    const replica_detail::pair next = queue.pop();
+    const replica_detail::pair next = queue.top();
+    queue.pop();
     from = next.from;
     to = next.to;
   }
