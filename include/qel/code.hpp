@@ -44,29 +44,23 @@ enum class xcode : std::uint32_t {
 constexpr bool operator==(std::uint32_t a, code b) noexcept { return a == static_cast<std::uint32_t>(b); }
 constexpr bool operator==(std::uint32_t a, xcode b) noexcept { return a == static_cast<std::uint32_t>(b); }
 
-/* What the full variant's functions take as a type code: a qel::code, or a
- * number (record codes are the caller's); never a qel::xcode. */
-class var_type {
+/* A type code argument of one family: its own enum's codes or a number
+ * (record codes are the caller's); never the other family's enum, so that a
+ * full variant's code handed to a light variant does not compile. */
+template <class Code>
+class code_arg {
 public:
-    constexpr var_type(std::uint32_t v) noexcept : v_(v) {}
-    constexpr var_type(code c) noexcept : v_(static_cast<std::uint32_t>(c)) {}
+    constexpr code_arg(std::uint32_t v) noexcept : v_(v) {}
+    constexpr code_arg(Code c) noexcept : v_(static_cast<std::uint32_t>(c)) {}
     constexpr operator std::uint32_t() const noexcept { return v_; }
 
 private:
     std::uint32_t v_;
 };
-
-/* What the light variant and the column set take: a qel::xcode or a number;
- * never a qel::code. */
-class xvar_type {
-public:
-    constexpr xvar_type(std::uint32_t v) noexcept : v_(v) {}
-    constexpr xvar_type(xcode c) noexcept : v_(static_cast<std::uint32_t>(c)) {}
-    constexpr operator std::uint32_t() const noexcept { return v_; }
-
-private:
-    std::uint32_t v_;
-};
+/* What the full variant's functions take. */
+using var_type = code_arg<code>;
+/* What the light variant and the column set take. */
+using xvar_type = code_arg<xcode>;
 
 /* The `multi` byte: 0 is the single form, any other byte the array form. */
 namespace form {
