@@ -12,25 +12,14 @@
 #include <type_traits>
 
 namespace conv = qel::conv;
+using conv::to_f32;
+using conv::to_f64;
+using conv::to_i64;
+using conv::to_u32;
 using qel::storage;
 using qel::storage_of;
 
 namespace {
-
-// ---- caller kind -> stored bits ----
-
-inline uint32_t to_u32(int64_t v) { return conv::low32(v); }
-inline uint32_t to_u32(float f) { return conv::low32(conv::truncate(f)); }
-inline uint32_t to_u32(double d) { return conv::low32(conv::truncate(d)); }
-inline uint32_t to_f32(int64_t v) { return conv::float_bits(conv::to_float(v)); }
-inline uint32_t to_f32(float f) { return conv::float_bits(f); }
-inline uint32_t to_f32(double d) { return conv::float_bits(conv::to_float(d)); }
-inline int64_t to_i64(int64_t v) { return v; }
-inline int64_t to_i64(float f) { return conv::truncate(f); }
-inline int64_t to_i64(double d) { return conv::truncate(d); }
-inline int64_t to_f64(int64_t v) { return conv::double_bits(conv::to_double(v)); }
-inline int64_t to_f64(float f) { return conv::double_bits(static_cast<double>(f)); }
-inline int64_t to_f64(double d) { return conv::double_bits(d); }
 
 // ---- stored value -> caller kind (T is int64_t, float or double) ----
 

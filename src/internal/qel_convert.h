@@ -50,6 +50,21 @@ static_assert(truncate(-9223372036854775808.0) == kTruncFail);
 static_assert(low32(-1) == 0xFFFFFFFFu);
 static_assert(to_float(int64_t{16777217}) == 16777216.0f);
 
+// The bits a full variant stores for a caller's value (int64_t, float or
+// double) in each stored kind: 32-bit integer, float, 64-bit integer, double.
+constexpr uint32_t to_u32(int64_t v) { return low32(v); }
+constexpr uint32_t to_u32(float f) { return low32(truncate(f)); }
+constexpr uint32_t to_u32(double d) { return low32(truncate(d)); }
+constexpr uint32_t to_f32(int64_t v) { return float_bits(to_float(v)); }
+constexpr uint32_t to_f32(float f) { return float_bits(f); }
+constexpr uint32_t to_f32(double d) { return float_bits(to_float(d)); }
+constexpr int64_t to_i64(int64_t v) { return v; }
+constexpr int64_t to_i64(float f) { return truncate(f); }
+constexpr int64_t to_i64(double d) { return truncate(d); }
+constexpr int64_t to_f64(int64_t v) { return double_bits(to_double(v)); }
+constexpr int64_t to_f64(float f) { return double_bits(static_cast<double>(f)); }
+constexpr int64_t to_f64(double d) { return double_bits(d); }
+
 }  // namespace qel::conv
 
 #endif
