@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "fuzz_common.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 namespace {
 

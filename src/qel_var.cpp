@@ -3,7 +3,7 @@
 // Deep copy and append are in qel_var_copy.cpp.
 #include "internal/qel_convert.h"
 #include "internal/qel_var_internal.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 #include "qel_require.h"
 
 #include <cstdint>

@@ -10,7 +10,7 @@
 // any depth is copied in a few frames.
 #include "internal/qel_var_internal.h"
 #include "internal/qel_work_stack.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 #include "qel_require.h"
 
 #include <cstdint>

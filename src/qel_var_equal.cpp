@@ -11,7 +11,7 @@
 
 #include "internal/qel_var_internal.h"
 #include "internal/qel_work_stack.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 #include "qel_require.h"
 
 using qel::storage;

@@ -10,7 +10,7 @@
 // of freed memory to the memory checkers, as with separate blocks; members
 // released while the block stays (a shrink) are marked inaccessible.
 #include "internal/qel_var_internal.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 #include <cstdint>
 #include <new>

@@ -1,6 +1,6 @@
 // Schemas, and construction of full variants through a schema resolver.
 #include "internal/qel_var_internal.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 #include "qel_require.h"
 
 #include <cstdint>

@@ -10,7 +10,7 @@
 #include "internal/qel_convert.h"
 #include "internal/qel_var_internal.h"
 #include "qel_require.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 namespace conv = qel::conv;
 using qel::storage;

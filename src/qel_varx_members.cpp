@@ -7,7 +7,7 @@
 
 #include "internal/qel_var_internal.h"
 #include "qel_require.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 namespace {
 

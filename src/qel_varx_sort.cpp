@@ -12,7 +12,7 @@
 #include "internal/qel_convert.h"
 #include "internal/qel_float_sort.h"
 #include "internal/qel_var_internal.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 #include "qel_require.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "internal/qel_var_internal.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 #include "qel_require.h"
 
 namespace {

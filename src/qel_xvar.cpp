@@ -10,7 +10,7 @@
 
 #include "internal/qel_convert.h"
 #include "internal/qel_xvar_internal.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 #include "qel_require.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // The pointer array (qel_arrays): pointers it holds but does not own.
 #include "qel_std.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 using qel_detail::in_use;
 

@@ -1,7 +1,7 @@
 // qel_hash: pointer values keyed by byte strings.
 //
 // Entries, slot table and keys are three blocks, or share one block sized
-// once for a known count (qel_std_internal.h: hash_reserve_block); a hash
+// once for a known count (qel_std_inline.h: hash_reserve_block); a hash
 // outgrowing that block moves them to blocks of their own.
 //
 // Entries are kept in insertion order in one array, which is also the walk

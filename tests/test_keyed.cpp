@@ -1,6 +1,6 @@
 // Keyed inserts: keys chosen against the index probe no more than random ones.
 #include <gtest/gtest.h>
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include "arrow/qel_arrow_nodes.h"
 #include "internal/qel_utf8.h"
 #include "internal/qel_var_internal.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 namespace qel::arrow {
 

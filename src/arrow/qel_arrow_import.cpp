@@ -9,7 +9,7 @@
 #include "arrow/qel_arrow_export.h"
 #include "internal/qel_convert.h"
 #include "internal/qel_var_internal.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 using qel::storage;
 using qel::storage_of;

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 namespace qel::arrow {
 namespace {

@@ -12,7 +12,7 @@
 #include <cstdint>
 
 #include "internal/qel_work_stack.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 namespace qel {
 

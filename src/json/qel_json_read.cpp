@@ -23,7 +23,7 @@
 #include "internal/qel_var_internal.h"
 #include "qel_json_number.h"
 #include "qel_json_replica.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 using qel::storage;
 using qel::storage_of;

@@ -17,7 +17,7 @@
 
 #include "internal/qel_work_stack.h"
 #include "internal/qel_var_internal.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 namespace qel::json {
 

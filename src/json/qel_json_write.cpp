@@ -15,7 +15,7 @@
 #include "internal/qel_walk.h"
 #include "internal/qel_var_internal.h"
 #include "qel_json_number.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 using qel::storage;
 using qel::storage_of;

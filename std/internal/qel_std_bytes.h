@@ -7,7 +7,7 @@
 #ifndef QEL_STD_BYTES_H
 #define QEL_STD_BYTES_H
 
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 #pragma GCC visibility push(hidden)
 

@@ -1,7 +1,7 @@
 // The integer value arrays, qel_arrayd (32-bit values) and qel_arrayx
 // (signed 64-bit values): one implementation through templates, which
 // qel_std_arrayd.cpp and qel_std_arrayx.cpp export.  Appends, reads and
-// writes are the inline functions of qel_std_internal.h.  Sorting is a
+// writes are the inline functions of qel_std_inline.h.  Sorting is a
 // stable LSD radix sort (insertion sort for short arrays): qel_arrayd
 // orders values as unsigned 32-bit numbers, qel_arrayx as signed 64-bit
 // numbers; a nonzero flag sorts ascending, 0 descending, and equal values
@@ -10,7 +10,7 @@
 #define QEL_STD_NUMBER_ARRAY_H
 
 #include "qel_std.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 #include "qel_std_sort.h"
 
 namespace qel_detail::numbers {

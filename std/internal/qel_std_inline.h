@@ -1,8 +1,8 @@
-// qel_std_internal.h - private core of the support containers.
+// qel_std_inline.h - the shared inline core of the support containers.
 //
-// Shared by libqel_std and libqel (never installed).  It holds the hot paths
-// of the 32-bit and 64-bit value arrays and the hash lookup as inline
-// functions, so that the variant library pays no cross-library call per
+// Included by libqel_std and libqel alike (never installed).  It holds the
+// hot paths of the 32-bit and 64-bit value arrays and the hash lookup as
+// inline functions, so that the variant library pays no cross-library call per
 // value; the exported functions of libqel_std are thin wrappers over these
 // same functions.  Everything here is hidden: each library gets its own copy.
 //
@@ -13,8 +13,8 @@
 // without going through these functions must call drop_lookup() first.  Its
 // slots are placed by a hash under a secret key the index draws when it is
 // made (draw_key), so that no caller can choose keys that crowd it.
-#ifndef QEL_STD_INTERNAL_H
-#define QEL_STD_INTERNAL_H
+#ifndef QEL_STD_INLINE_H
+#define QEL_STD_INLINE_H
 
 #include <qel_std.h>
 
@@ -834,4 +834,4 @@ inline qel_hash_entry *hash_entry_at(const qel_hash *h, uint32_t k) {
 
 #pragma GCC visibility pop
 
-#endif  // QEL_STD_INTERNAL_H
+#endif  // QEL_STD_INLINE_H
