@@ -47,8 +47,8 @@ class Json : public ::testing::Test {
     EXPECT_EQ(qel_json_write(v, &out_, flags), want_rc);
     return std::string(out_.bytes != nullptr ? out_.bytes : "", static_cast<size_t>(out_.length));
   }
-  int read(qel_var *v, const char *text, unsigned flags = 0) {
-    return qel_json_read(v, text, -1, nullptr, resolve, flags, &err_);
+  int read(qel_var *v, const char *text, unsigned flags = 0, int64_t len = -1) {
+    return qel_json_read(v, text, len, nullptr, resolve, flags, &err_);
   }
   qel_stream out_;
   qel_json_error err_;
@@ -60,13 +60,13 @@ TEST_F(Json, WritesRecordsCompactAndIndented) {
   qel_var_set_double(member(r, "score"), 0, 0.1);
   qel_var_set_float(member(r, "ratio"), 0, 0.1f);
   qel_var_set_string(member(r, "name"), 0, "q\"\\/\x01\t\xc3\xa9\xdf\xbf\xef\xbf\xbd", -1);
-  qel_var_add_string(member(r, "tags"), "a", 1);
+  qel_var_add_string(member(r, "tags"), "a b", 3);
   qel_var *kid = qel_var_add_new(member(r, "kids"));
   add_member(kid, "x", qel_var_new(1, 0));
   qel_var_set_integer(member(kid, "x"), 0, -1);
   EXPECT_EQ(write(r),
             "{\"id\":-42,\"score\":0.1,\"ratio\":0.1,\"name\":\"q\\\"\\\\/\\u0001\\t\xc3\xa9\xdf\xbf\xef\xbf\xbd\","
-            "\"tags\":[\"a\"],\"kids\":[{\"x\":4294967295}]}");
+            "\"tags\":[\"a b\"],\"kids\":[{\"x\":4294967295}]}");
   EXPECT_EQ(write(member(kid, "x"), QEL_JSON_INDENT), "4294967295");
   qel_var_shrink(member(r, "tags"), 0);
   qel_var_shrink(r, 0);  // names stay, members go: written as an empty object
@@ -139,6 +139,8 @@ TEST_F(Json, NumbersAreShortestAndExact) {
   EXPECT_EQ(qel_var_get_double(d, 0), 1.0000000000000002);
   EXPECT_EQ(read(f, "1.00000005960464477539062501"), 0);
   EXPECT_EQ(qel_var_get_float(f, 0), 1.00000012f);
+  EXPECT_EQ(read(d, "2.5e-324"), 0);  // just above half the least subnormal
+  EXPECT_EQ(qel_var_get_double(d, 0), 5e-324);
   EXPECT_EQ(read(d, "-1e-400"), 0);
   EXPECT_EQ(std::bit_cast<uint64_t>(qel_var_get_double(d, 0)), uint64_t{1} << 63);
   // Beyond 800 significant digits the dropped ones still count, just after
@@ -187,17 +189,21 @@ TEST_F(Json, ReadsIntoTheShapeOfTheDestination) {
   qel_var *r = qel_var_new_x(20, 0, nullptr, resolve);
   qel_var_set_long(member(r, "id"), 0, 7);
   member(r, "id")->buf = 99;
-  ASSERT_EQ(read(r,
-                 " {\"score\": 2e0, \"name\": \"\\u00E9\\ud83d\\uDE00\\/\", \"ratio\": null, \"score\": -0.5,"
-                 " \"kids\": [{\"y\": [1, 2.5]}, {}], \"tags\": [\"x\", \"\"]}\n"),
-            0);
+  ASSERT_EQ(
+      read(r,
+           " {\"score\": 2e0, \"name\": \"\\u00E9\\ud83d\\uDE00\\/\\udbff\\udfff\", \"ratio\": null, \"score\": -0.5,"
+           " \"kids\": [{\"y\": [1, 2.5]}, {}], \"tags\": [\"x\", \"\"]}\n"),
+      0);
   EXPECT_EQ(qel_var_get_long(member(r, "id"), 0), 7);  // absent: kept, with its caller value
   EXPECT_EQ(member(r, "id")->buf, 99u);
   EXPECT_EQ(qel_var_get_double(member(r, "score"), 0), -0.5);  // the last duplicate wins
   const char *name = nullptr;
   int64_t name_len = 0;
   qel_var_get_string(member(r, "name"), 0, &name, &name_len);
-  EXPECT_EQ(std::string(name, static_cast<size_t>(name_len)), "\xc3\xa9\xf0\x9f\x98\x80/");
+  EXPECT_EQ(std::string(name, static_cast<size_t>(name_len)), "\xc3\xa9\xf0\x9f\x98\x80/\xf4\x8f\xbf\xbf");
+  ASSERT_EQ(read(r, "{\"name\": \"x\"}"), 0);  // rewritten in place
+  qel_var_get_string(member(r, "name"), 0, &name, &name_len);
+  EXPECT_EQ(std::string(name, static_cast<size_t>(name_len)), "x");
   EXPECT_EQ(write(member(r, "kids")), "[{\"x\":0,\"y\":[1.0,2.5]},{\"x\":0,\"y\":[]}]");
   EXPECT_EQ(qel_var_size(member(r, "tags")), 2);
   // An unknown member: skipped on request, even one nested to the limit (1000
@@ -245,8 +251,11 @@ TEST_F(Json, CreatedMembersAreBuiltThroughTheResolver) {
   EXPECT_EQ(qel_var_member_count(r), 23);
   qel_var_free(r);
   // Required members of a record that has none yet.
+  r = qel_var_new(10, 1);  // elements without a schema require nothing
+  EXPECT_EQ(qel_json_read(r, "[{}, {}]", -1, nullptr, nullptr, QEL_JSON_REQUIRE_MEMBERS, &err_), 0);
+  EXPECT_EQ(qel_var_size(r), 2);
+  qel_var_free(r);
   r = qel_var_new(10, 0);
-  EXPECT_EQ(qel_json_read(r, "{}", -1, nullptr, nullptr, QEL_JSON_REQUIRE_MEMBERS, &err_), 0);
   r->schema = tree;
   EXPECT_EQ(qel_json_read(r, "{}", -1, nullptr, nullptr, QEL_JSON_REQUIRE_MEMBERS, &err_), QEL_JSON_ERR_MISSING);
   qel_var_free(r);
@@ -263,6 +272,7 @@ TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
     int64_t line, column;
     unsigned flags = 0;
     const char *cause = nullptr;
+    int64_t len = -1;  // the text cut short of what follows in memory
   } cases[] = {
       {"{\"id\": 1.5}", QEL_JSON_ERR_RANGE, 1, 8},
       {"{\"kids\": [{\"x\": -1}]}", QEL_JSON_ERR_RANGE, 1, 17},
@@ -277,6 +287,12 @@ TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
       {"{\n  \"id\": 1,\n  \"score\": \"high\"}", QEL_JSON_ERR_TYPE, 3, 12, 0,
        "expected a number for member \"score\", found a string"},
       {"{\"kids\": [null]}", QEL_JSON_ERR_TYPE, 1, 11, 0, "expected an object for member \"kids\", found null"},
+      {"{\"tags\": [\"a\", 1]}", QEL_JSON_ERR_TYPE, 1, 16},
+      {"{\"id\": \xc3\xa9}", QEL_JSON_ERR_SYNTAX, 1, 8, 0,
+       "expected an integer for member \"id\", found the byte 0xC3"},
+      {"{\"id\": 1}", QEL_JSON_ERR_SYNTAX, 1, 9, 0, "expected ',' or '}', found the end of the text", 8},
+      {"{\"score\": 1e5}", QEL_JSON_ERR_SYNTAX, 1, 13, 0,
+       "expected a digit in the exponent for member \"score\", found the end of the text", 12},
       {"[]", QEL_JSON_ERR_TYPE, 1, 1},
       {"{\"nope\": 1}", QEL_JSON_ERR_UNKNOWN, 1, 2},
       {"{\"id\": 01}", QEL_JSON_ERR_SYNTAX, 1, 9},
@@ -285,6 +301,7 @@ TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
       {"{\"id\": -}", QEL_JSON_ERR_SYNTAX, 1, 8, 0, "expected an integer for member \"id\", found '-'"},
       {"{\"name\": nul}", QEL_JSON_ERR_SYNTAX, 1, 10, 0, "expected a string for member \"name\", found 'nul'"},
       {"not json at all", QEL_JSON_ERR_SYNTAX, 1, 1, 0, "expected an object, found 'not'"},
+      {"nothing", QEL_JSON_ERR_SYNTAX, 1, 1, 0, "expected an object, found 'not'", 3},
       {"{\"name\": \"a", QEL_JSON_ERR_SYNTAX, 1, 12},
       {"", QEL_JSON_ERR_SYNTAX, 1, 1},
       {"{\"name\": \"\\ud800x\"}", QEL_JSON_ERR_STRING, 1, 11},
@@ -304,7 +321,7 @@ TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
   ASSERT_EQ(read(r, "{\"id\": 5, \"tags\": [\"t\"], \"kids\": [{\"x\": 3}]}"), 0);
   const std::string before = write(r);
   for (const auto &c : cases) {
-    EXPECT_EQ(read(r, c.text, c.flags), c.code) << c.text;
+    EXPECT_EQ(read(r, c.text, c.flags, c.len), c.code) << c.text;
     EXPECT_EQ(err_.code, c.code) << c.text;
     EXPECT_EQ(err_.line, c.line) << c.text << ": " << err_.message;
     EXPECT_EQ(err_.column, c.column) << c.text << ": " << err_.message;
@@ -364,7 +381,6 @@ TEST_F(Json, DeepNestingIsWrittenOnASmallStack) {
   pthread_attr_destroy(&attr);
   EXPECT_EQ(work.rc, QEL_JSON_OK);
   EXPECT_EQ(work.length, (kLevels - 1) * 6 + 2);
-  for (int64_t i = kLevels - 2; i >= 0; --i) qel_var_shrink(chain[static_cast<size_t>(i)], 0);  // bottom up
   qel_var_free(chain[0]);
   qel_var_free(leaf);
 }
