@@ -22,10 +22,15 @@
 //  - JSON: any variant's text, read into a fresh variant of the same shape,
 //    gives the same text (elements of record arrays are made by the reader
 //    through the resolver, so only those matching such an element count);
+//  - Arrow: a multi variant exported and imported into a fresh variant of
+//    the same shape (or through a stream) is qel_var_equal to it, when its
+//    records list exactly their schemas' members and its elements match
+//    those the importer makes; a failed import changes nothing;
 //  - sorts are checked for order (floats: when no NaN is held) and contents;
 //    the exact order of ties and NaNs is pinned by the hand-written goldens;
 //    sort_by, stable, is checked against a stable sort of the model.
 #include <qel.h>
+#include <qel_arrow.h>
 #include <qel_json.h>
 
 #include <algorithm>
@@ -608,6 +613,87 @@ void json_round_trip(const Handle &h, Reader &r) {
   qel_var_free(fresh);
 }
 
+// Requires a single record and a schema (or NULL): whether the schema lists
+// exactly the record's members, in order (what an Arrow struct carries).
+bool lists_members(const qel_schema *schema, const qel_var *rec) {
+  const auto members = real_members(const_cast<qel_var *>(rec));
+  const int64_t listed = schema != nullptr ? qel_var_schema_size(schema) : 0;
+  if (static_cast<int64_t>(members.size()) != listed) return false;
+  for (size_t k = 0; k < members.size(); ++k) {
+    const char *name = nullptr;
+    int64_t len = 0;
+    uint32_t t = 0;
+    uint8_t mu = 0;
+    qel_var_schema_get_at(schema, static_cast<int64_t>(k), &name, &len, &t, &mu);
+    if (members[k].first != std::string(name, static_cast<size_t>(len))) return false;
+  }
+  return true;
+}
+
+// Requires a variant: whether every record's columns, as an export takes
+// them from its schema (a record array's own, a record's own), are exactly
+// its members, all the way down.
+bool schemas_agree(const qel_var *v) {
+  if (cls(v->type) != Cls::record) return true;
+  if (v->multi != 0) {
+    for (int64_t i = 0; i < v->data.vars.count; ++i) {
+      const auto *e = static_cast<const qel_var *>(v->data.vars.entries[i]);
+      if (!lists_members(v->schema, e) || !schemas_agree(e)) return false;
+    }
+    return true;
+  }
+  if (!lists_members(v->schema, v)) return false;
+  for (const auto &m : real_members(const_cast<qel_var *>(v)))
+    if (!schemas_agree(m.second)) return false;
+  return true;
+}
+
+void arrow_round_trip(const qel_var *v, Reader &r) {
+  const unsigned flags = (r.flag() ? QEL_ARROW_CALLER_VALUES : 0) | (r.flag() ? QEL_ARROW_UTF8 : 0);
+  const bool stream = r.flag();
+  const int64_t chunk = r.pick(4);
+  ArrowSchema s{};
+  ArrowArray a{};
+  ArrowArrayStream st{};
+  qel_arrow_error err;
+  const int rc =
+      stream ? qel_arrow_export_stream(v, chunk, flags, &st, &err) : qel_arrow_export_var(v, flags, &s, &a, &err);
+  FZ_CHECK(err.code == rc, "arrow export gave %d, error %d", rc, err.code);
+  if (rc != QEL_ARROW_OK) {
+    FZ_CHECK(rc == QEL_ARROW_ERR_SHAPE || (rc == QEL_ARROW_ERR_UTF8 && (flags & QEL_ARROW_UTF8) != 0),
+             "arrow export gave %d (%s)", rc, err.message);
+    FZ_CHECK(v->multi != 0 || rc == QEL_ARROW_ERR_SHAPE, "single form exported with %d", rc);
+    FZ_CHECK(st.release == nullptr && s.release == nullptr && a.release == nullptr, "failed export left a release");
+    return;
+  }
+  FZ_CHECK(v->multi != 0, "a single variant exported");
+  JsonScan scan;
+  json_scan(v, 0, scan);
+  qel_var *fresh = json_shape(v);
+  int rc2 = 0;
+  const std::string before = json_text(fresh, 0, &rc2);
+  const int ri = stream ? qel_arrow_import_stream(fresh, &st, &g_context_tag, json_resolver, flags, &err)
+                        : qel_arrow_import(fresh, &s, &a, &g_context_tag, json_resolver, flags, &err);
+  if (scan.elements_fit && scan.depth < 200 && schemas_agree(v))
+    FZ_CHECK(ri == QEL_ARROW_OK && qel_var_equal(fresh, v), "arrow round trip (stream %d): import %d (%s)", stream, ri,
+             err.message);
+  FZ_CHECK(ri == QEL_ARROW_OK || json_text(fresh, 0, &rc2) == before, "failed arrow import (%d) changed it", ri);
+  if (stream) st.release(&st);
+  if (s.release != nullptr) s.release(&s);
+  if (a.release != nullptr) a.release(&a);
+  qel_var_free(fresh);
+}
+
+// A single record goes as the two rows of a record array.
+void arrow_round_trip(const Handle &h, Reader &r) {
+  if (h.r->multi != 0 || cls(h.r->type) != Cls::record || h.r->type < 10) return arrow_round_trip(h.r, r);
+  qel_var *rows = qel_var_new_x(h.r->type, 1, &g_context_tag, json_resolver);
+  qel_var_add_var_x(rows, h.r);
+  qel_var_add_var_x(rows, h.r);
+  arrow_round_trip(rows, r);
+  qel_var_free(rows);
+}
+
 void verify_pool(Pool &p) {
   FZ_CHECK(g_real_calls == g_model_calls, "resolver called %zu times, model %zu", g_real_calls.size(),
            g_model_calls.size());
@@ -1115,6 +1201,7 @@ void op(Reader &r, Pool &p) {
     default: {  // JSON round trip of the variant, or schema readers on the fixed schemas
       if (r.flag()) {
         json_round_trip(h, r);
+        arrow_round_trip(h, r);
         return;
       }
       const SchemaDef *d = r.pick(3) == 0 ? &g_a : r.flag() ? &g_b : &g_self;

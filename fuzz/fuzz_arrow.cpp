@@ -1,0 +1,237 @@
+// Fuzz target for the Arrow importer: the input decides, structurally, an
+// Arrow array (formats, lengths, offsets, slices, bitmaps, children,
+// dictionaries, views, buffer counts, released nodes) whose every buffer is
+// exactly as large as the array promises, so AddressSanitizer sees any read
+// past a promise.  An import either fails with a well-formed error and leaves
+// the destination exactly as it was, or succeeds; then the result exports
+// and imports back into a fresh destination equal to it.
+#include <qel.h>
+#include <qel_arrow.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fuzz_common.h"
+
+namespace {
+
+qel_schema *g_rec, *g_child;  // 20: a:4 b:7 c:6* d:21 e:21*; 21: x:5 y:7* z:1
+qel_schema *resolver(void *, uint32_t type) { return type == 20 ? g_rec : type == 21 ? g_child : nullptr; }
+
+void no_schema_release(ArrowSchema *) {}
+void no_array_release(ArrowArray *) {}
+
+// One generated node: its structs and everything they point to.
+struct node {
+  ArrowSchema s{};
+  ArrowArray a{};
+  std::string format, name;
+  std::vector<std::vector<uint8_t>> bufs;
+  std::vector<const void *> ptrs;
+  std::vector<std::unique_ptr<node>> kids;
+  std::vector<ArrowSchema *> skids;
+  std::vector<ArrowArray *> akids;
+  std::unique_ptr<node> dict;
+};
+
+class builder {
+ public:
+  explicit builder(fz::Reader &r) : r_(r) {}
+
+  // What a column should hold to fit its destination (often, not always).
+  enum want : uint8_t { any, num, str, rec20, rec21, list_num, list_str, list_rec21 };
+
+  // A node of `length` rows (after its offset), nested at most `depth` more,
+  // mostly of a format that fits `w`.
+  std::unique_ptr<node> make(int64_t length, int depth, want w = any) {
+    static const char *kFormats[] = {"c", "C", "s", "S",  "i",  "I",  "l",  "L",    "f",  "g", "b",
+                                     "z", "u", "Z", "vu", "+s", "+l", "+L", "+w:2", "+s", "n", "e"};
+    static const char *kNames[] = {"a", "b", "c", "d", "e", "x", "y", "z", "value", "a.buf", "q"};
+    auto n = std::make_unique<node>();
+    n->format = kFormats[r_.pick(depth > 0 ? 22 : 15)];
+    if (w != any && r_.pick(4) != 0) {
+      static const char *kNum[] = {"c", "C", "s", "S", "i", "I", "l", "L", "f", "g", "b"};
+      static const char *kStr[] = {"z", "u", "Z", "vu"};
+      static const char *kList[] = {"+l", "+L", "+w:2"};
+      n->format = w == num ? r_.of(kNum) : w == str ? r_.of(kStr) : w >= list_num ? r_.of(kList) : "+s";
+    }
+    n->name = r_.of(kNames);
+    const want item = w == list_num ? num : w == list_str ? str : w == list_rec21 ? rec21 : any;
+    const int64_t offset = r_.pick(4) == 0 ? r_.pick(5) : 0;
+    const int64_t end = offset + std::max<int64_t>(length, 0);  // a negative length gets buffers for none
+    const std::string &f = n->format;
+    std::vector<int64_t> sizes;  // view data buffer sizes
+    const bool with_nulls = r_.pick(3) == 0;
+    n->bufs.push_back(with_nulls ? bytes(static_cast<size_t>((end + 7) / 8)) : std::vector<uint8_t>());
+    if (f == "n") n->bufs.clear();
+    const size_t width = f == "c" || f == "C" ? 1 : f == "s" || f == "S" ? 2 : f == "l" || f == "L" || f == "g" ? 8 : 4;
+    if (f.size() == 1 && f != "z" && f != "u" && f != "Z" && f != "n") {
+      n->bufs.push_back(bytes(f == "b" ? static_cast<size_t>((end + 7) / 8) : static_cast<size_t>(end) * width));
+      if ((f == "c" || f == "C" || f == "i") && depth > 0 && r_.pick(3) == 0) {  // dictionary indexes
+        for (uint8_t &b : n->bufs.back()) b = static_cast<uint8_t>(b % 5);
+        n->dict = make(r_.pick(5), 0);
+      }
+    } else if (f == "z" || f == "u" || f == "Z") {
+      int64_t data = 0;
+      n->bufs.push_back(offsets(end, f == "Z", &data));
+      n->bufs.push_back(bytes(static_cast<size_t>(data)));
+    } else if (f == "vu") {
+      const int64_t variadic = r_.pick(3);
+      std::vector<uint8_t> views(static_cast<size_t>(end) * 16);
+      for (int64_t i = 0; i < end; ++i) {
+        const int32_t v[4] = {static_cast<int32_t>(r_.pick(24)) - 1, static_cast<int32_t>(r_.u32()),
+                              static_cast<int32_t>(r_.pick(4)) - 1, static_cast<int32_t>(r_.pick(12)) - 1};
+        std::memcpy(views.data() + i * 16, v, 16);
+      }
+      n->bufs.push_back(views);
+      for (int64_t k = 0; k < variadic; ++k) {
+        n->bufs.push_back(bytes(r_.pick(32)));
+        sizes.push_back(static_cast<int64_t>(n->bufs.back().size()));
+      }
+      n->bufs.push_back(std::vector<uint8_t>(sizes.size() * 8));
+      if (!sizes.empty()) std::memcpy(n->bufs.back().data(), sizes.data(), sizes.size() * 8);
+    } else if (f == "+l" || f == "+L") {
+      int64_t child = 0;
+      n->bufs.push_back(offsets(end, f == "+L", &child));
+      n->kids.push_back(make(child + (r_.pick(4) == 0 ? static_cast<int64_t>(r_.pick(3)) - 1 : 0), depth - 1, item));
+    } else if (f == "+w:2") {
+      n->kids.push_back(make(2 * end - (r_.pick(6) == 0 ? 1 : 0), depth - 1, item));
+    } else if (f == "+s") {
+      // Members of the record it fills, each with a column that fits it.
+      static const struct {
+        const char *name;
+        want w;
+      } k20[] = {{"a", num}, {"b", str}, {"c", list_num}, {"d", rec21}, {"e", list_rec21}},
+        k21[] = {{"x", num}, {"y", list_str}, {"z", num}};
+      const unsigned kids = r_.pick(w == rec20 ? 6 : 4);
+      for (unsigned k = 0; k < kids; ++k) {
+        const bool known = (w == rec20 || w == rec21) && r_.pick(5) != 0;
+        const auto &m = w == rec20 ? k20[r_.pick(5)] : k21[r_.pick(3)];
+        n->kids.push_back(make(end - (r_.pick(8) == 0 ? 1 : 0), depth - 1, known ? m.w : any));
+        if (known) n->kids.back()->name = m.name;
+      }
+    }
+    wire(*n, length, offset, with_nulls);
+    return n;
+  }
+
+ private:
+  std::vector<uint8_t> bytes(size_t n) {
+    std::vector<uint8_t> out(n);
+    for (uint8_t &b : out) b = r_.pick(4) == 0 ? r_.u8() : static_cast<uint8_t>('a' + r_.pick(3));
+    return out;
+  }
+
+  // end + 1 offsets, mostly rising by small steps, sometimes falling or
+  // negative; *limit gets the largest.
+  std::vector<uint8_t> offsets(int64_t end, bool large, int64_t *limit) {
+    std::vector<int64_t> o(static_cast<size_t>(end + 1));
+    int64_t at = r_.pick(8) == 0 ? -1 : static_cast<int64_t>(r_.pick(3));
+    for (int64_t &v : o) {
+      v = at;
+      at += r_.pick(10) == 0 ? -2 : static_cast<int64_t>(r_.pick(4));
+    }
+    *limit = 0;
+    for (int64_t v : o) *limit = std::max(*limit, v);
+    std::vector<uint8_t> out(o.size() * (large ? 8 : 4));
+    for (size_t i = 0; i < o.size(); ++i) {
+      const auto v32 = static_cast<int32_t>(o[i]);
+      if (large) std::memcpy(out.data() + i * 8, &o[i], 8);
+      else std::memcpy(out.data() + i * 4, &v32, 4);
+    }
+    return out;
+  }
+
+  void wire(node &n, int64_t length, int64_t offset, bool with_nulls) {
+    for (auto &b : n.bufs) n.ptrs.push_back(b.empty() ? nullptr : b.data());
+    int64_t n_buffers = static_cast<int64_t>(n.ptrs.size());
+    if (r_.pick(16) == 0) n_buffers += n_buffers > 0 && r_.flag() ? -1 : 1;
+    while (static_cast<int64_t>(n.ptrs.size()) < n_buffers) n.ptrs.push_back(nullptr);
+    for (auto &k : n.kids) {
+      n.skids.push_back(&k->s);
+      n.akids.push_back(&k->a);
+    }
+    const auto kids = static_cast<int64_t>(n.kids.size());
+    n.s = {n.format.c_str(),  n.name.c_str(), nullptr, 0, kids, n.skids.data(), n.dict ? &n.dict->s : nullptr,
+           no_schema_release, nullptr};
+    n.a = {length,
+           with_nulls ? -1 : 0,
+           offset,
+           n_buffers,
+           kids,
+           n.ptrs.data(),
+           n.akids.data(),
+           n.dict ? &n.dict->a : nullptr,
+           r_.pick(40) == 0 ? nullptr : no_array_release,
+           nullptr};
+  }
+
+  fz::Reader &r_;
+};
+
+const struct {
+  uint32_t type;
+  uint8_t multi;
+} kShapes[] = {{20, 1}, {20, 1}, {21, 1}, {1, 1}, {4, 1}, {5, 1}, {6, 1}, {7, 1}, {20, 0}};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+  if (g_rec != nullptr) return 0;
+  g_rec = qel_var_schema_new();
+  g_child = qel_var_schema_new();
+  const struct {
+    const char *n;
+    qel_schema *s;
+    uint32_t t;
+    uint8_t m;
+  } members[] = {{"a", g_rec, 4, 0},  {"b", g_rec, 7, 0},   {"c", g_rec, 6, 1},   {"d", g_rec, 21, 0},
+                 {"e", g_rec, 21, 1}, {"x", g_child, 5, 0}, {"y", g_child, 7, 1}, {"z", g_child, 1, 0}};
+  for (const auto &m : members) qel_var_schema_add(m.s, m.n, static_cast<int64_t>(std::strlen(m.n)), m.t, m.m);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  fz::Reader r(data, size);
+  const auto &shape = kShapes[r.pick(sizeof kShapes / sizeof kShapes[0])];
+  const unsigned flags =
+      r.u8() & (QEL_ARROW_SKIP_NULLS | QEL_ARROW_ROUND_FLOATS | QEL_ARROW_SKIP_UNKNOWN | QEL_ARROW_CALLER_VALUES);
+  builder b(r);
+  const builder::want fits[] = {builder::rec20, builder::rec20, builder::rec21, builder::num,  builder::num,
+                                builder::num,   builder::num,   builder::str,   builder::rec20};
+  std::unique_ptr<node> root = b.make(r.pick(9), 3, fits[&shape - kShapes]);
+  qel_var *dst = qel_var_new_x(shape.type, shape.multi, nullptr, resolver);
+  if (shape.type == 4) qel_var_add_long(dst, 42);  // a destination holding a value already
+  qel_var *before = qel_var_new_x(shape.type, shape.multi, nullptr, resolver);
+  qel_var_copy(before, dst);
+  qel_arrow_error err;
+  const int rc = qel_arrow_import(dst, &root->s, &root->a, nullptr, resolver, flags, &err);
+  FZ_CHECK(err.code == rc, "error code %d, result %d", err.code, rc);
+  if (rc != QEL_ARROW_OK) {
+    FZ_CHECK(rc >= QEL_ARROW_ERR_INVALID && rc <= QEL_ARROW_ERR_UNKNOWN, "import gave %d", rc);
+    FZ_CHECK(std::memchr(err.message, '\0', sizeof err.message) != nullptr && err.message[0] != '\0', "no message");
+    FZ_CHECK(qel_var_equal(dst, before), "failed import (%d: %s) changed the destination", rc, err.message);
+  } else {
+    ArrowSchema s;
+    ArrowArray a;
+    const int re = qel_arrow_export_var(dst, flags & QEL_ARROW_CALLER_VALUES, &s, &a, &err);
+    FZ_CHECK(re == QEL_ARROW_OK, "imported rows export with %d (%s)", re, err.message);
+    qel_var *again = qel_var_new_x(shape.type, shape.multi, nullptr, resolver);
+    const int ri = qel_arrow_import(again, &s, &a, nullptr, resolver, flags & QEL_ARROW_CALLER_VALUES, &err);
+    FZ_CHECK(ri == QEL_ARROW_OK && qel_var_equal(again, dst), "re-import gave %d (%s)", ri, err.message);
+    s.release(&s);
+    a.release(&a);
+    qel_var_free(again);
+  }
+  qel_var_free(before);
+  qel_var_free(dst);
+  return 0;
+}
+
+#ifndef QEL_FUZZ
+QEL_MODEL_TEST(arrow)
+#endif
