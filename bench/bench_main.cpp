@@ -73,6 +73,10 @@ const std::vector<workload> &workloads() {
       {"10.read", "10 read 10^5 JSON records", "record", 0.5, {"json-c"}, false},
       {"11.code1", "11 tally 10^6 keys, code 1", "key", 2.0, {"absl::flat_hash_map", "std::unordered_map"}, false},
       {"11.code7", "11 tally 10^6 keys, code 7", "key", 2.0, {"absl::flat_hash_map", "std::unordered_map"}, false},
+      {"12.export", "12 Arrow export 10^6 doubles", "value", 1.5, {"loop: entries to a buffer"}, false},
+      {"12.import", "12 Arrow import 10^6 doubles", "value", 1.5, {"loop: entries to a buffer"}, false},
+      {"12.records", "12 Arrow import 10^5 records", "record", 1.2, {"by hand through the C interface"}, false},
+      {"12.rec.export", "12 Arrow export 10^5 records", "record", 0, {}, false},
   };
   return w;
 }
@@ -300,6 +304,7 @@ int main(int argc, char **argv) {
   qb::register_column_parts();
   qb::register_json();
   qb::register_tally();
+  qb::register_arrow();
 #if QEL_BENCH_JSONC
   qb::register_jsonc();
 #endif

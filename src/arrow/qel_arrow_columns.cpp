@@ -83,6 +83,8 @@ class opener {
     const format_info fi = parse_format(s->format);
     if (!fi.ok) return rep_.fail(QEL_ARROW_ERR_TYPE, -1, "unsupported format \"%.40s\"", s->format);
     c->schema = s;
+    c->name = s->name != nullptr ? s->name : "";
+    c->name_len = static_cast<int64_t>(std::strlen(c->name));
     c->kind = fi.kind;
     c->offset = a->offset;
     c->length = a->length;
@@ -179,7 +181,8 @@ class opener {
         if (c->n_variadic > 0 && c->variadic_sizes == nullptr)
           return rep_.fail(QEL_ARROW_ERR_INVALID, -1, "no buffer sizes for a view column");
         for (int64_t i = 0; i < c->n_variadic; ++i)
-          if (c->variadic_sizes[i] < 0 || (c->variadic[i] == nullptr && c->variadic_sizes[i] > 0))
+          if (load<int64_t>(c->variadic_sizes, i) < 0 ||
+              (load<const char *>(c->variadic, i) == nullptr && load<int64_t>(c->variadic_sizes, i) > 0))
             return rep_.fail(QEL_ARROW_ERR_INVALID, -1, "data buffer %lld of a view column", static_cast<long long>(i));
         return true;
       }

@@ -47,6 +47,8 @@ enum class ckind : uint8_t {
 
 struct column {
   const ArrowSchema *schema;
+  const char *name;  // the schema's name ("" for none)
+  int64_t name_len;
   ckind kind;
   int64_t offset;
   int64_t length;

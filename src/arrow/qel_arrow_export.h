@@ -33,17 +33,28 @@ class reporter {
   // current path and a printf message) and returns false.
   [[gnu::format(printf, 4, 5)]] bool fail(int code, int64_t row, const char *format, ...);
 
-  // Requires nothing; enters member `name` (len bytes) of the current path.
-  // Returns the path length to restore with leave().
-  size_t enter(const char *name, int64_t len);
-  void leave(size_t mark);
+  // Requires name to stay valid until leave(): enters member `name` (len
+  // bytes) of the current path (only remembered: the path is spelled out
+  // when an error needs it).  Returns the mark to restore with leave().
+  size_t enter(const char *name, int64_t len) {
+    const size_t mark = depth_;
+    if (depth_ < kDepth) {
+      names_[depth_] = name;
+      lens_[depth_] = len;
+    }
+    ++depth_;
+    return mark;
+  }
+  void leave(size_t mark) { depth_ = mark; }
 
  private:
+  static constexpr size_t kDepth = 64;
   unsigned flags_;
   qel_arrow_error *err_;
   int code_ = QEL_ARROW_OK;
-  size_t path_len_ = 0;
-  char path_[128] = "";
+  size_t depth_ = 0;
+  const char *names_[kDepth];
+  int64_t lens_[kDepth];
 };
 
 // A run of entries of one value array (qel_arrayd, qel_arrayx or qel_array,

@@ -48,7 +48,15 @@ bool reporter::fail(int code, int64_t row, const char *format, ...) {
   if (err_ == nullptr) return false;
   err_->code = code;
   err_->row = row;
-  std::memcpy(err_->path, path_, path_len_ + 1);
+  size_t at = 0;
+  for (size_t i = 0; i < depth_ && i < kDepth; ++i) {
+    if (i != 0 && at + 1 < sizeof err_->path) err_->path[at++] = '.';
+    const size_t room = sizeof err_->path - 1 - at;
+    const size_t n = static_cast<size_t>(lens_[i]) < room ? static_cast<size_t>(lens_[i]) : room;
+    if (n != 0) std::memcpy(err_->path + at, names_[i], n);
+    at += n;
+  }
+  err_->path[at] = '\0';
   char what[160];
   va_list args;
   va_start(args, format);
@@ -56,27 +64,11 @@ bool reporter::fail(int code, int64_t row, const char *format, ...) {
   va_end(args);
   if (row >= 0)
     std::snprintf(err_->message, sizeof err_->message, "row %lld, column \"%.60s\": %.100s",
-                  static_cast<long long>(row), path_, what);
+                  static_cast<long long>(row), err_->path, what);
   else std::snprintf(err_->message, sizeof err_->message, "%.150s", what);
   return false;
 }
 
-size_t reporter::enter(const char *name, int64_t len) {
-  const size_t mark = path_len_;
-  size_t at = path_len_;
-  if (at != 0 && at + 1 < sizeof path_) path_[at++] = '.';
-  const size_t room = sizeof path_ - 1 - at;
-  const size_t n = static_cast<size_t>(len) < room ? static_cast<size_t>(len) : room;
-  if (n != 0) std::memcpy(path_ + at, name, n);
-  path_len_ = at + n;
-  path_[path_len_] = '\0';
-  return mark;
-}
-
-void reporter::leave(size_t mark) {
-  path_len_ = mark;
-  path_[mark] = '\0';
-}
 
 namespace {
 
@@ -114,6 +106,13 @@ class validity {
   uint8_t *bits_ = nullptr;
 };
 
+// Requires n entries at e and room for n values at out: their values, in a
+// loop the compiler vectorizes (the two never overlap).
+template <typename Entry, typename T>
+void gather(T *__restrict out, const Entry *__restrict e, int64_t n) {
+  for (int64_t i = 0; i < n; ++i) out[i] = static_cast<T>(e[i].value);
+}
+
 int64_t row_of(const segment &sg, int64_t i) { return sg.row >= 0 ? sg.row : sg.begin + i; }
 
 // Requires total > 2^31 - 1 possible: 64-bit offsets when the sum passes it.
@@ -140,8 +139,7 @@ bool export_segments(reporter &ex, vkind k, const segment *segs, int64_t n_segs,
       for (int64_t r = 0; r < n_segs; ++r) {
         const segment &sg = segs[r];
         if (sg.count == 0) continue;  // also a null row, which has no array
-        const qel_arrayd_entry *e = static_cast<const qel_arrayd *>(sg.arr)->entries + sg.begin;
-        for (int64_t i = 0; i < sg.count; ++i) out[i] = e[i].value;
+        gather(out, static_cast<const qel_arrayd *>(sg.arr)->entries + sg.begin, sg.count);
         out += sg.count;
       }
     } else {
@@ -149,8 +147,7 @@ bool export_segments(reporter &ex, vkind k, const segment *segs, int64_t n_segs,
       for (int64_t r = 0; r < n_segs; ++r) {
         const segment &sg = segs[r];
         if (sg.count == 0) continue;
-        const qel_arrayx_entry *e = static_cast<const qel_arrayx *>(sg.arr)->entries + sg.begin;
-        for (int64_t i = 0; i < sg.count; ++i) out[i] = e[i].value;
+        gather(out, static_cast<const qel_arrayx *>(sg.arr)->entries + sg.begin, sg.count);
         out += sg.count;
       }
     }

@@ -4,6 +4,9 @@
 // storage only once every row was read, so a failed import changes nothing.
 #include <cmath>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "arrow/qel_arrow_columns.h"
 #include "arrow/qel_arrow_export.h"
@@ -147,6 +150,31 @@ bool number_bits(uint32_t type, const number &n, bool round, uint64_t *bits) {
       *bits = static_cast<uint64_t>(v);
       return true;
     }
+  }
+}
+
+// Requires n values of the entries' kind at src and room for n entries at
+// out: entries of those values with caller value 0 (any alignment of src).
+template <typename Entry>
+void scatter(Entry *__restrict out, const char *__restrict src, int64_t n) {
+  using value_t = decltype(out->value);
+  int64_t i = 0;
+#if defined(__SSE2__)
+  if constexpr (sizeof(value_t) == 8) {
+    // Two values a step, each widened to its whole 16-byte entry.
+    const __m128i zero = _mm_setzero_si128();
+    for (; i + 2 <= n; i += 2) {
+      const __m128i two = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + i * 8));
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(&out[i]), _mm_unpacklo_epi64(two, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(&out[i + 1]), _mm_unpackhi_epi64(two, zero));
+    }
+  }
+#endif
+  for (; i < n; ++i) {
+    value_t v;
+    std::memcpy(&v, src + i * static_cast<int64_t>(sizeof v), sizeof v);
+    out[i].value = v;
+    out[i].buf = 0;
   }
 }
 
@@ -323,8 +351,8 @@ class importer {
     const int64_t row = c->offset + r;  // the children's row
     for (int64_t k = 0; k < c->n_children; ++k) {
       const column *child = &c->children[k];
-      const char *name = child->schema->name != nullptr ? child->schema->name : "";
-      const auto len = static_cast<int64_t>(std::strlen(name));
+      const char *name = child->name;
+      const int64_t len = child->name_len;
       const size_t mark = rep_.enter(name, len);
       qel_var *m = member(rec, name, len, &c->member_hint[k]);
       bool ok = true;
@@ -341,23 +369,27 @@ class importer {
     return true;
   }
 
-  // Requires a single record: member `name`, found through the hint first,
+  // Requires a single record: member `name`, found through the hint first
+  // (records made from one schema list their members in one order),
   // created when only the schema lists it; NULL when neither has it.
   qel_var *member(qel_var *rec, const char *name, int64_t len, int64_t *hint) {
-    const char *have = nullptr;
-    int64_t have_len = 0;
-    if (*hint >= 0) {
-      qel_var *m = qel_var_member_at(rec, *hint, &have, &have_len);
-      if (m != nullptr && have_len == len && std::memcmp(have, name, static_cast<size_t>(len)) == 0) return m;
-    }
-    const int64_t count = qel_var_member_count(rec);
-    for (int64_t i = 0; i < count; ++i) {
-      qel_var *m = qel_var_member_at(rec, i, &have, &have_len);
-      if (m != nullptr && have_len == len && std::memcmp(have, name, static_cast<size_t>(len)) == 0) {
+    const qel_hash *h = &rec->data.members;
+    auto named = [&](int64_t i) -> qel_var * {
+      const qel_hash_entry *e = qel_detail::hash_entry_at(h, static_cast<uint32_t>(i));
+      if (e->value == nullptr || e->key_length != len) return nullptr;
+      const char *key = h->key_pool + e->key_offset;
+      for (int64_t k = 0; k < len; ++k)
+        if (key[k] != name[k]) return nullptr;
+      return static_cast<qel_var *>(e->value);
+    };
+    const int64_t count = h->priv_count;
+    if (*hint >= 0 && *hint < count)
+      if (qel_var *m = named(*hint)) return m;
+    for (int64_t i = 0; i < count; ++i)
+      if (qel_var *m = named(i)) {
         *hint = i;
         return m;
       }
-    }
     uint32_t type = 0;
     uint8_t multi = 0;
     if (rec->schema == nullptr || qel_var_schema_find(rec->schema, name, len, &type, &multi) < 0) return nullptr;
@@ -412,14 +444,23 @@ class importer {
   bool with_bufs(const column *c, qel_var *arr) {
     const column *values = nullptr, *bufs = nullptr;
     for (int64_t k = 0; k < c->n_children; ++k) {
-      const char *name = c->children[k].schema->name;
-      if (name != nullptr && std::strcmp(name, "value") == 0) values = &c->children[k];
-      if (name != nullptr && std::strcmp(name, "value.buf") == 0) bufs = &c->children[k];
+      const char *name = c->children[k].name;
+      if (std::strcmp(name, "value") == 0) values = &c->children[k];
+      if (std::strcmp(name, "value.buf") == 0) bufs = &c->children[k];
     }
     if (values == nullptr || c->n_children != (bufs != nullptr ? 2 : 1))
       return rep_.fail(QEL_ARROW_ERR_TYPE, -1, "expected a struct of \"value\" and \"value.buf\"");
     if (!rows(values, c->offset, c->offset + c->length, arr, true)) return false;
     return bufs == nullptr || set_bufs(bufs, c->offset, c->offset + c->length, arr);
+  }
+
+  // Requires a record array's elements: room for n more (one allocation
+  // instead of one per doubling).
+  static void reserve(qel_arrays *vars, int64_t n) {
+    const int64_t want = qel_detail::in_use(vars) + n;
+    if (want <= vars->capacity) return;
+    vars->entries = qel_detail::resize_entries(vars->entries, vars->capacity, want);
+    vars->capacity = want;
   }
 
   // Requires an array variant: a new element, made as qel_json_read makes it.
@@ -449,6 +490,7 @@ class importer {
       case storage::bits64: return numbers(c, b, e, &arr->data.arrayx, arr->type, top);
       case storage::bytes: return strings(c, b, e, &arr->data.array, top);
       case storage::record:
+        reserve(&arr->data.vars, e - b);
         for (int64_t i = b; i < e; ++i) {
           if (top) row_ = i;
           qel_var *elem = new_element(arr);
@@ -472,7 +514,11 @@ class importer {
   bool numbers(const column *c, int64_t b, int64_t e, A *arr, uint32_t type, bool top) {
     const int64_t n = e - b;
     const int64_t base = qel_detail::in_use(arr);
-    qel_detail::reserve_exact(arr, base + n);
+    if (base + n > arr->capacity) {  // every new entry is written below, so no zero fill first
+      arr->entries = static_cast<decltype(arr->entries)>(
+          qel_detail::xrealloc(arr->entries, static_cast<size_t>(base + n) * sizeof(arr->entries[0])));
+      arr->capacity = base + n;
+    }
     auto *out = arr->entries + base;
     using value_t = decltype(out->value);
     const column *v = c->dict != nullptr ? c->dict : c;
@@ -480,10 +526,7 @@ class importer {
     if (c->dict == nullptr && c->validity == nullptr &&
         ((type == 6 && v->kind == ckind::f64) || (type == 4 && v->kind == ckind::i64) ||
          (type == 5 && v->kind == ckind::f32))) {
-      for (int64_t i = 0; i < n; ++i) {
-        out[i].value = load<value_t>(c->values, c->offset + b + i);
-        out[i].buf = 0;
-      }
+      scatter(out, static_cast<const char *>(c->values) + (c->offset + b) * static_cast<int64_t>(sizeof(value_t)), n);
       arr->count = base + n;
       return true;
     }
