@@ -1,4 +1,4 @@
-# DuckDB for the Arrow tests and example, when tests/arrow/fetch-duckdb.sh
+# DuckDB for the Arrow tests and example, when scripts/fetch-duckdb.sh
 # has put libduckdb.so and duckdb.h in QEL_DUCKDB_DIR (default: the
 # QEL_DUCKDB_DIR environment variable, else ~/.cache/qel-duckdb).  Defines
 # the imported target qel_duckdb when both are there; nothing else uses it.
@@ -15,5 +15,5 @@ if(EXISTS "${QEL_DUCKDB_DIR}/libduckdb.so" AND EXISTS "${QEL_DUCKDB_DIR}/duckdb.
   target_include_directories(qel_duckdb SYSTEM INTERFACE "${QEL_DUCKDB_DIR}")
   message(STATUS "qel: DuckDB found in ${QEL_DUCKDB_DIR}")
 else()
-  message(STATUS "qel: no DuckDB in ${QEL_DUCKDB_DIR} (tests/arrow/fetch-duckdb.sh fetches it); its tests skip")
+  message(STATUS "qel: no DuckDB in ${QEL_DUCKDB_DIR} (scripts/fetch-duckdb.sh fetches it); its tests skip")
 endif()

@@ -1,6 +1,6 @@
 /* Arrow: a record array of weather readings exported through the Arrow C
  * Data Interface, its schema printed, and, when the example is built with
- * DuckDB (tests/arrow/fetch-duckdb.sh), a GROUP BY run over it in SQL. */
+ * DuckDB (scripts/fetch-duckdb.sh), a GROUP BY run over it in SQL. */
 #include <qel_arrow.h>
 
 #include <stdio.h>
@@ -99,7 +99,7 @@ int main(void) {
 #ifdef QEL_EXAMPLE_DUCKDB
     ok = group_by_city(&schema, &array) && ok;
 #else
-    printf("(built without DuckDB: tests/arrow/fetch-duckdb.sh fetches it, then configure again)\n");
+    printf("(built without DuckDB: scripts/fetch-duckdb.sh fetches it, then configure again)\n");
 #endif
     array.release(&array);
     schema.release(&schema);

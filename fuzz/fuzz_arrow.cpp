@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "../tests/arrow/arrow_hand.h"
 #include "fuzz_common.h"
 
 namespace {
@@ -22,21 +23,7 @@ namespace {
 qel_schema *g_rec, *g_child;  // 20: a:4 b:7 c:6* d:21 e:21*; 21: x:5 y:7* z:1
 qel_schema *resolver(void *, uint32_t type) { return type == 20 ? g_rec : type == 21 ? g_child : nullptr; }
 
-void no_schema_release(ArrowSchema *) {}
-void no_array_release(ArrowArray *) {}
-
-// One generated node: its structs and everything they point to.
-struct node {
-  ArrowSchema s{};
-  ArrowArray a{};
-  std::string format, name;
-  std::vector<std::vector<uint8_t>> bufs;
-  std::vector<const void *> ptrs;
-  std::vector<std::unique_ptr<node>> kids;
-  std::vector<ArrowSchema *> skids;
-  std::vector<ArrowArray *> akids;
-  std::unique_ptr<node> dict;
-};
+using node = hand::col;
 
 class builder {
  public:
@@ -66,19 +53,19 @@ class builder {
     const std::string &f = n->format;
     std::vector<int64_t> sizes;  // view data buffer sizes
     const bool with_nulls = r_.pick(3) == 0;
-    n->bufs.push_back(with_nulls ? bytes(static_cast<size_t>((end + 7) / 8)) : std::vector<uint8_t>());
-    if (f == "n") n->bufs.clear();
+    n->bytes.push_back(with_nulls ? bytes(static_cast<size_t>((end + 7) / 8)) : std::vector<uint8_t>());
+    if (f == "n") n->bytes.clear();
     const size_t width = f == "c" || f == "C" ? 1 : f == "s" || f == "S" ? 2 : f == "l" || f == "L" || f == "g" ? 8 : 4;
     if (f.size() == 1 && f != "z" && f != "u" && f != "Z" && f != "n") {
-      n->bufs.push_back(bytes(f == "b" ? static_cast<size_t>((end + 7) / 8) : static_cast<size_t>(end) * width));
+      n->bytes.push_back(bytes(f == "b" ? static_cast<size_t>((end + 7) / 8) : static_cast<size_t>(end) * width));
       if ((f == "c" || f == "C" || f == "i") && depth > 0 && r_.pick(3) == 0) {  // dictionary indexes
-        for (uint8_t &b : n->bufs.back()) b = static_cast<uint8_t>(b % 5);
+        for (uint8_t &b : n->bytes.back()) b = static_cast<uint8_t>(b % 5);
         n->dict = make(r_.pick(5), 0);
       }
     } else if (f == "z" || f == "u" || f == "Z") {
       int64_t data = 0;
-      n->bufs.push_back(offsets(end, f == "Z", &data));
-      n->bufs.push_back(bytes(static_cast<size_t>(data)));
+      n->bytes.push_back(offsets(end, f == "Z", &data));
+      n->bytes.push_back(bytes(static_cast<size_t>(data)));
     } else if (f == "vu") {
       const int64_t variadic = r_.pick(3);
       std::vector<uint8_t> views(static_cast<size_t>(end) * 16);
@@ -87,16 +74,16 @@ class builder {
                               static_cast<int32_t>(r_.pick(4)) - 1, static_cast<int32_t>(r_.pick(12)) - 1};
         std::memcpy(views.data() + i * 16, v, 16);
       }
-      n->bufs.push_back(views);
+      n->bytes.push_back(views);
       for (int64_t k = 0; k < variadic; ++k) {
-        n->bufs.push_back(bytes(r_.pick(32)));
-        sizes.push_back(static_cast<int64_t>(n->bufs.back().size()));
+        n->bytes.push_back(bytes(r_.pick(32)));
+        sizes.push_back(static_cast<int64_t>(n->bytes.back().size()));
       }
-      n->bufs.push_back(std::vector<uint8_t>(sizes.size() * 8));
-      if (!sizes.empty()) std::memcpy(n->bufs.back().data(), sizes.data(), sizes.size() * 8);
+      n->bytes.push_back(std::vector<uint8_t>(sizes.size() * 8));
+      if (!sizes.empty()) std::memcpy(n->bytes.back().data(), sizes.data(), sizes.size() * 8);
     } else if (f == "+l" || f == "+L") {
       int64_t child = 0;
-      n->bufs.push_back(offsets(end, f == "+L", &child));
+      n->bytes.push_back(offsets(end, f == "+L", &child));
       n->kids.push_back(make(child + (r_.pick(4) == 0 ? static_cast<int64_t>(r_.pick(3)) - 1 : 0), depth - 1, item));
     } else if (f == "+w:2") {
       n->kids.push_back(make(2 * end - (r_.pick(6) == 0 ? 1 : 0), depth - 1, item));
@@ -147,29 +134,15 @@ class builder {
   }
 
   void wire(node &n, int64_t length, int64_t offset, bool with_nulls) {
-    for (auto &b : n.bufs) n.ptrs.push_back(b.empty() ? nullptr : b.data());
-    int64_t n_buffers = static_cast<int64_t>(n.ptrs.size());
     // A wrong buffer count (not for views: their count is free, and their
     // last buffer must then hold the sizes, which no consumer can check).
-    if (r_.pick(16) == 0 && n.format != "vu") n_buffers += n_buffers > 0 && r_.flag() ? -1 : 1;
-    while (static_cast<int64_t>(n.ptrs.size()) < n_buffers) n.ptrs.push_back(nullptr);
-    for (auto &k : n.kids) {
-      n.skids.push_back(&k->s);
-      n.akids.push_back(&k->a);
-    }
-    const auto kids = static_cast<int64_t>(n.kids.size());
-    n.s = {n.format.c_str(),  n.name.c_str(), nullptr, 0, kids, n.skids.data(), n.dict ? &n.dict->s : nullptr,
-           no_schema_release, nullptr};
-    n.a = {length,
-           with_nulls ? -1 : 0,
-           offset,
-           n_buffers,
-           kids,
-           n.ptrs.data(),
-           n.akids.data(),
-           n.dict ? &n.dict->a : nullptr,
-           r_.pick(40) == 0 ? nullptr : no_array_release,
-           nullptr};
+    const bool miscount = r_.pick(16) == 0 && n.format != "vu", fewer = !n.bytes.empty() && r_.flag();
+    if (miscount && !fewer) n.bytes.emplace_back();
+    n.a.offset = offset;
+    n.a.null_count = with_nulls ? -1 : 0;
+    n.wire(length);
+    if (miscount && fewer) --n.a.n_buffers;
+    if (r_.pick(40) == 0) n.a.release = nullptr;
   }
 
   fz::Reader &r_;
@@ -178,7 +151,9 @@ class builder {
 const struct {
   uint32_t type;
   uint8_t multi;
-} kShapes[] = {{20, 1}, {20, 1}, {21, 1}, {1, 1}, {4, 1}, {5, 1}, {6, 1}, {7, 1}, {20, 0}};
+  builder::want fits;
+} kShapes[] = {{20, 1, builder::rec20}, {21, 1, builder::rec21}, {1, 1, builder::num}, {4, 1, builder::num},
+               {5, 1, builder::num},    {6, 1, builder::num},    {7, 1, builder::str}, {20, 0, builder::rec20}};
 
 }  // namespace
 
@@ -203,9 +178,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const unsigned flags =
       r.u8() & (QEL_ARROW_SKIP_NULLS | QEL_ARROW_ROUND_FLOATS | QEL_ARROW_SKIP_UNKNOWN | QEL_ARROW_CALLER_VALUES);
   builder b(r);
-  const builder::want fits[] = {builder::rec20, builder::rec20, builder::rec21, builder::num,  builder::num,
-                                builder::num,   builder::num,   builder::str,   builder::rec20};
-  std::unique_ptr<node> root = b.make(r.pick(9), 3, fits[&shape - kShapes]);
+  std::unique_ptr<node> root = b.make(r.pick(9), 3, shape.fits);
   qel_var *dst = qel_var_new_x(shape.type, shape.multi, nullptr, resolver);
   if (shape.type == 4) qel_var_add_long(dst, 42);  // a destination holding a value already
   qel_var *before = qel_var_new_x(shape.type, shape.multi, nullptr, resolver);

@@ -5,7 +5,6 @@
 
 #include <qel_arrow.h>
 
-#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -13,26 +12,23 @@
 
 namespace hand {
 
-inline void no_schema_release(ArrowSchema *) {}
-inline void no_array_release(ArrowArray *) {}
-
 struct col {
   ArrowSchema s{};
   ArrowArray a{};
   std::string format, name;
-  std::vector<std::vector<uint8_t>> bytes;
+  std::vector<std::vector<uint8_t>> bytes;  // the buffers (empty: NULL)
   std::vector<const void *> buffers;
   std::vector<std::unique_ptr<col>> kids;
   std::vector<ArrowSchema *> skids;
   std::vector<ArrowArray *> akids;
   std::unique_ptr<col> dict;
 
-  // Requires the parts above filled: points the structs at them.
+  // Points the structs at the parts above (offset and null count kept).
   col &wire(int64_t length) {
     buffers.clear();
-    for (auto &b : bytes) buffers.push_back(b.empty() ? nullptr : b.data());
     skids.clear();
     akids.clear();
+    for (auto &b : bytes) buffers.push_back(b.empty() ? nullptr : b.data());
     for (auto &k : kids) {
       skids.push_back(&k->s);
       akids.push_back(&k->a);
@@ -44,31 +40,26 @@ struct col {
          static_cast<int64_t>(kids.size()),
          skids.data(),
          dict ? &dict->s : nullptr,
-         no_schema_release,
+         [](ArrowSchema *) {},
          nullptr};
     a = {length,
-         0,
-         0,
+         a.null_count,
+         a.offset,
          static_cast<int64_t>(buffers.size()),
          static_cast<int64_t>(kids.size()),
          buffers.data(),
          akids.data(),
          dict ? &dict->a : nullptr,
-         no_array_release,
+         [](ArrowArray *) {},
          nullptr};
     return *this;
   }
-  // Marks rows null (a validity bitmap over offset + length rows).
+  // Marks rows null in a validity bitmap.
   col &nulls(std::initializer_list<int64_t> rows) {
-    std::vector<uint8_t> bits(static_cast<size_t>((a.offset + a.length + 7) / 8 + 1), 0xFF);
-    for (int64_t r : rows) bits[static_cast<size_t>(r >> 3)] &= static_cast<uint8_t>(~(1u << (r & 7)));
-    bytes[0] = bits;
+    bytes[0].assign(static_cast<size_t>((a.offset + a.length + 7) / 8), 0xFF);
+    for (int64_t r : rows) bytes[0][static_cast<size_t>(r >> 3)] &= static_cast<uint8_t>(~(1u << (r & 7)));
     a.null_count = static_cast<int64_t>(rows.size());
-    const int64_t len = a.length, off = a.offset, nc = a.null_count;
-    wire(len);
-    a.offset = off;
-    a.null_count = nc;
-    return *this;
+    return wire(a.length);
   }
 };
 
@@ -79,50 +70,35 @@ std::vector<uint8_t> raw(const std::vector<T> &v) {
   return out;
 }
 
-template <typename T>
-std::unique_ptr<col> numbers(const char *format, std::vector<T> values, const char *name = "") {
+inline std::unique_ptr<col> make(const char *format, const char *name, std::vector<std::vector<uint8_t>> bytes,
+                                 int64_t length, std::vector<std::unique_ptr<col>> kids = {}) {
   auto c = std::make_unique<col>();
   c->format = format;
   c->name = name;
-  c->bytes = {{}, raw(values)};
-  c->wire(static_cast<int64_t>(values.size()));
+  c->bytes = std::move(bytes);
+  c->kids = std::move(kids);
+  c->wire(length);
   return c;
 }
 
+template <typename T>
+std::unique_ptr<col> numbers(const char *format, std::vector<T> values, const char *name = "") {
+  return make(format, name, {{}, raw(values)}, static_cast<int64_t>(values.size()));
+}
+
 inline std::unique_ptr<col> strings(const char *format, const std::vector<std::string> &values, const char *name = "") {
-  auto c = std::make_unique<col>();
-  c->format = format;
-  c->name = name;
   std::vector<int32_t> offsets{0};
   std::string data;
-  for (const auto &v : values) {
-    data += v;
-    offsets.push_back(static_cast<int32_t>(data.size()));
-  }
-  c->bytes = {{}, raw(offsets), std::vector<uint8_t>(data.begin(), data.end())};
-  c->wire(static_cast<int64_t>(values.size()));
-  return c;
+  for (const auto &v : values) offsets.push_back(static_cast<int32_t>((data += v).size()));
+  return make(format, name, {{}, raw(offsets), std::vector<uint8_t>(data.begin(), data.end())},
+              static_cast<int64_t>(values.size()));
 }
 
 inline std::unique_ptr<col> list(std::unique_ptr<col> item, const std::vector<int32_t> &offsets,
                                  const char *name = "") {
-  auto c = std::make_unique<col>();
-  c->format = "+l";
-  c->name = name;
-  c->bytes = {{}, raw(offsets)};
-  c->kids.push_back(std::move(item));
-  c->wire(static_cast<int64_t>(offsets.size()) - 1);
-  return c;
-}
-
-inline std::unique_ptr<col> record(std::vector<std::unique_ptr<col>> kids, int64_t length, const char *name = "") {
-  auto c = std::make_unique<col>();
-  c->format = "+s";
-  c->name = name;
-  c->bytes = {{}};
-  c->kids = std::move(kids);
-  c->wire(length);
-  return c;
+  std::vector<std::unique_ptr<col>> kids;
+  kids.push_back(std::move(item));
+  return make("+l", name, {{}, raw(offsets)}, static_cast<int64_t>(offsets.size()) - 1, std::move(kids));
 }
 
 }  // namespace hand

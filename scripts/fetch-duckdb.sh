@@ -5,7 +5,7 @@
 #   duckdb.h      from duckdb@$HEADER_VERSION (its bundled source tree)
 # into ${QEL_DUCKDB_DIR:-$HOME/.cache/qel-duckdb}.  The two versions must
 # match (the same DuckDB release); the tests check the pair works.
-# Usage: tests/arrow/fetch-duckdb.sh   (then configure again)
+# Usage: scripts/fetch-duckdb.sh   (then configure again)
 set -euo pipefail
 LIB_VERSION="${QEL_DUCKDB_LIB_VERSION:-1.4.4-r.4}"
 HEADER_VERSION="${QEL_DUCKDB_HEADER_VERSION:-1.4.4}"
