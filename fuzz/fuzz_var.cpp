@@ -613,38 +613,27 @@ void json_round_trip(const Handle &h, Reader &r) {
   qel_var_free(fresh);
 }
 
-// Requires a single record and a schema (or NULL): whether the schema lists
-// exactly the record's members, in order (what an Arrow struct carries).
-bool lists_members(const qel_schema *schema, const qel_var *rec) {
-  const auto members = real_members(const_cast<qel_var *>(rec));
-  const int64_t listed = schema != nullptr ? qel_var_schema_size(schema) : 0;
-  if (static_cast<int64_t>(members.size()) != listed) return false;
-  for (size_t k = 0; k < members.size(); ++k) {
-    const char *name = nullptr;
-    int64_t len = 0;
-    uint32_t t = 0;
-    uint8_t mu = 0;
-    qel_var_schema_get_at(schema, static_cast<int64_t>(k), &name, &len, &t, &mu);
-    if (members[k].first != std::string(name, static_cast<size_t>(len))) return false;
-  }
-  return true;
-}
-
-// Requires a variant: whether every record's columns, as an export takes
-// them from its schema (a record array's own, a record's own), are exactly
-// its members, all the way down.
-bool schemas_agree(const qel_var *v) {
+// Requires a variant and the schema its members are listed by: whether each
+// record holds exactly those members, in order, all the way down (a record
+// array's elements: the array's schema), which is what an Arrow struct carries.
+bool schemas_agree(const qel_var *v, const qel_schema *s) {
   if (cls(v->type) != Cls::record) return true;
   if (v->multi != 0) {
-    for (int64_t i = 0; i < v->data.vars.count; ++i) {
-      const auto *e = static_cast<const qel_var *>(v->data.vars.entries[i]);
-      if (!lists_members(v->schema, e) || !schemas_agree(e)) return false;
-    }
+    for (int64_t i = 0; i < v->data.vars.count; ++i)
+      if (!schemas_agree(static_cast<const qel_var *>(v->data.vars.entries[i]), v->schema)) return false;
     return true;
   }
-  if (!lists_members(v->schema, v)) return false;
-  for (const auto &m : real_members(const_cast<qel_var *>(v)))
-    if (!schemas_agree(m.second)) return false;
+  if (qel_var_member_count(v) != (s != nullptr ? qel_var_schema_size(s) : 0)) return false;
+  for (int64_t k = 0; k < qel_var_member_count(v); ++k) {
+    const char *a = nullptr, *b = nullptr;
+    int64_t la = 0, lb = 0;
+    uint32_t t = 0;
+    uint8_t mu = 0;
+    const qel_var *m = qel_var_member_at(v, k, &a, &la);
+    qel_var_schema_get_at(s, k, &b, &lb, &t, &mu);
+    if (m == nullptr || la != lb || std::memcmp(a, b, static_cast<size_t>(la)) != 0 || !schemas_agree(m, m->schema))
+      return false;
+  }
   return true;
 }
 
@@ -674,7 +663,7 @@ void arrow_round_trip(const qel_var *v, Reader &r) {
   const std::string before = json_text(fresh, 0, &rc2);
   const int ri = stream ? qel_arrow_import_stream(fresh, &st, &g_context_tag, json_resolver, flags, &err)
                         : qel_arrow_import(fresh, &s, &a, &g_context_tag, json_resolver, flags, &err);
-  if (scan.elements_fit && scan.depth < 200 && schemas_agree(v))
+  if (scan.elements_fit && scan.depth < 200 && schemas_agree(v, v->schema))
     FZ_CHECK(ri == QEL_ARROW_OK && qel_var_equal(fresh, v), "arrow round trip (stream %d): import %d (%s)", stream, ri,
              err.message);
   FZ_CHECK(ri == QEL_ARROW_OK || json_text(fresh, 0, &rc2) == before, "failed arrow import (%d) changed it", ri);
