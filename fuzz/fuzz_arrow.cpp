@@ -1,11 +1,7 @@
-// Fuzz target for the Arrow importer: the input decides, structurally, an
-// Arrow array (formats, lengths, offsets, slices, bitmaps, children,
-// dictionaries, views, buffer counts, released nodes) whose every buffer is
-// exactly as large as the array promises, so AddressSanitizer sees any read
-// past a promise.  An import either fails with a well-formed error and leaves
-// the destination exactly as it was, or succeeds; then the result exports
-// and imports back into a fresh destination equal to it.
-#include <qel.h>
+// Fuzz target for the Arrow importer: the input builds an Arrow array (formats, lengths, offsets, slices,
+// bitmaps, children, dictionaries, views, buffer counts, released nodes), every buffer exactly as large as
+// the array promises, so AddressSanitizer sees any read past a promise.  A failed import leaves the
+// destination as it was; a successful one exports and imports back equal.
 #include <qel_arrow.h>
 
 #include <algorithm>
@@ -29,25 +25,15 @@ class builder {
  public:
   explicit builder(fz::Reader &r) : r_(r) {}
 
-  // What a column should hold to fit its destination (often, not always).
-  enum want : uint8_t { any, num, str, rec20, rec21, list_num, list_str, list_rec21 };
-
-  // A node of `length` rows (after its offset), nested at most `depth` more,
-  // mostly of a format that fits `w`.
-  std::unique_ptr<node> make(int64_t length, int depth, want w = any) {
+  // A node of `length` rows (after its offset), nested at most `depth` more;
+  // a struct's children mostly named as the test schemas' members.
+  std::unique_ptr<node> make(int64_t length, int depth) {
     static const char *kFormats[] = {"c", "C", "s", "S",  "i",  "I",  "l",  "L",    "f",  "g", "b",
                                      "z", "u", "Z", "vu", "+s", "+l", "+L", "+w:2", "+s", "n", "e"};
     static const char *kNames[] = {"a", "b", "c", "d", "e", "x", "y", "z", "value", "a.buf", "q"};
     auto n = std::make_unique<node>();
     n->format = kFormats[r_.pick(depth > 0 ? 22 : 15)];
-    if (w != any && r_.pick(4) != 0) {
-      static const char *kNum[] = {"c", "C", "s", "S", "i", "I", "l", "L", "f", "g", "b"};
-      static const char *kStr[] = {"z", "u", "Z", "vu"};
-      static const char *kList[] = {"+l", "+L", "+w:2"};
-      n->format = w == num ? r_.of(kNum) : w == str ? r_.of(kStr) : w >= list_num ? r_.of(kList) : "+s";
-    }
     n->name = r_.of(kNames);
-    const want item = w == list_num ? num : w == list_str ? str : w == list_rec21 ? rec21 : any;
     const int64_t offset = r_.pick(4) == 0 ? r_.pick(5) : 0;
     const int64_t end = offset + std::max<int64_t>(length, 0);  // a negative length gets buffers for none
     const std::string &f = n->format;
@@ -84,23 +70,12 @@ class builder {
     } else if (f == "+l" || f == "+L") {
       int64_t child = 0;
       n->bytes.push_back(offsets(end, f == "+L", &child));
-      n->kids.push_back(make(child + (r_.pick(4) == 0 ? static_cast<int64_t>(r_.pick(3)) - 1 : 0), depth - 1, item));
+      n->kids.push_back(make(child + (r_.pick(4) == 0 ? static_cast<int64_t>(r_.pick(3)) - 1 : 0), depth - 1));
     } else if (f == "+w:2") {
-      n->kids.push_back(make(2 * end - (r_.pick(6) == 0 ? 1 : 0), depth - 1, item));
+      n->kids.push_back(make(2 * end - (r_.pick(6) == 0 ? 1 : 0), depth - 1));
     } else if (f == "+s") {
-      // Members of the record it fills, each with a column that fits it.
-      static const struct {
-        const char *name;
-        want w;
-      } k20[] = {{"a", num}, {"b", str}, {"c", list_num}, {"d", rec21}, {"e", list_rec21}},
-        k21[] = {{"x", num}, {"y", list_str}, {"z", num}};
-      const unsigned kids = r_.pick(w == rec20 ? 6 : 4);
-      for (unsigned k = 0; k < kids; ++k) {
-        const bool known = (w == rec20 || w == rec21) && r_.pick(5) != 0;
-        const auto &m = w == rec20 ? k20[r_.pick(5)] : k21[r_.pick(3)];
-        n->kids.push_back(make(end - (r_.pick(8) == 0 ? 1 : 0), depth - 1, known ? m.w : any));
-        if (known) n->kids.back()->name = m.name;
-      }
+      const unsigned kids = r_.pick(6);
+      for (unsigned k = 0; k < kids; ++k) n->kids.push_back(make(end - (r_.pick(8) == 0 ? 1 : 0), depth - 1));
     }
     wire(*n, length, offset, with_nulls);
     return n;
@@ -151,24 +126,14 @@ class builder {
 const struct {
   uint32_t type;
   uint8_t multi;
-  builder::want fits;
-} kShapes[] = {{20, 1, builder::rec20}, {21, 1, builder::rec21}, {1, 1, builder::num}, {4, 1, builder::num},
-               {5, 1, builder::num},    {6, 1, builder::num},    {7, 1, builder::str}, {20, 0, builder::rec20}};
+} kShapes[] = {{20, 1}, {20, 1}, {21, 1}, {1, 1}, {4, 1}, {5, 1}, {6, 1}, {7, 1}, {20, 0}};
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   if (g_rec != nullptr) return 0;
-  g_rec = qel_var_schema_new();
-  g_child = qel_var_schema_new();
-  const struct {
-    const char *n;
-    qel_schema *s;
-    uint32_t t;
-    uint8_t m;
-  } members[] = {{"a", g_rec, 4, 0},  {"b", g_rec, 7, 0},   {"c", g_rec, 6, 1},   {"d", g_rec, 21, 0},
-                 {"e", g_rec, 21, 1}, {"x", g_child, 5, 0}, {"y", g_child, 7, 1}, {"z", g_child, 1, 0}};
-  for (const auto &m : members) qel_var_schema_add(m.s, m.n, static_cast<int64_t>(std::strlen(m.n)), m.t, m.m);
+  g_rec = hand::schema("a:4 b:7 c:6* d:21 e:21*");
+  g_child = hand::schema("x:5 y:7* z:1");
   return 0;
 }
 
@@ -178,7 +143,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const unsigned flags =
       r.u8() & (QEL_ARROW_SKIP_NULLS | QEL_ARROW_ROUND_FLOATS | QEL_ARROW_SKIP_UNKNOWN | QEL_ARROW_CALLER_VALUES);
   builder b(r);
-  std::unique_ptr<node> root = b.make(r.pick(9), 3, shape.fits);
+  std::unique_ptr<node> root = b.make(r.pick(9), 3);
   qel_var *dst = qel_var_new_x(shape.type, shape.multi, nullptr, resolver);
   if (shape.type == 4) qel_var_add_long(dst, 42);  // a destination holding a value already
   qel_var *before = qel_var_new_x(shape.type, shape.multi, nullptr, resolver);
@@ -190,17 +155,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FZ_CHECK(rc >= QEL_ARROW_ERR_INVALID && rc <= QEL_ARROW_ERR_UNKNOWN, "import gave %d", rc);
     FZ_CHECK(std::memchr(err.message, '\0', sizeof err.message) != nullptr && err.message[0] != '\0', "no message");
     FZ_CHECK(qel_var_equal(dst, before), "failed import (%d: %s) changed the destination", rc, err.message);
-  } else {
+  } else {  // what was read exports and reads back the same
     ArrowSchema s;
     ArrowArray a;
-    const int re = qel_arrow_export_var(dst, flags & QEL_ARROW_CALLER_VALUES, &s, &a, &err);
-    FZ_CHECK(re == QEL_ARROW_OK, "imported rows export with %d (%s)", re, err.message);
-    qel_var *again = qel_var_new_x(shape.type, shape.multi, nullptr, resolver);
-    const int ri = qel_arrow_import(again, &s, &a, nullptr, resolver, flags & QEL_ARROW_CALLER_VALUES, &err);
-    FZ_CHECK(ri == QEL_ARROW_OK && qel_var_equal(again, dst), "re-import gave %d (%s)", ri, err.message);
+    const unsigned bufs = flags & QEL_ARROW_CALLER_VALUES;
+    FZ_CHECK(qel_arrow_export_var(dst, bufs, &s, &a, &err) == QEL_ARROW_OK, "imported rows export: %s", err.message);
+    qel_var_change(before, shape.type, static_cast<uint8_t>(shape.multi + 1));  // fresh, then back to the shape
+    qel_var_change(before, shape.type, shape.multi);
+    const int ri = qel_arrow_import(before, &s, &a, nullptr, resolver, bufs, &err);
+    FZ_CHECK(ri == QEL_ARROW_OK && qel_var_equal(before, dst), "re-import gave %d (%s)", ri, err.message);
     s.release(&s);
     a.release(&a);
-    qel_var_free(again);
   }
   qel_var_free(before);
   qel_var_free(dst);

@@ -141,6 +141,12 @@ struct ArrowArrayStream {
  */
 #define QEL_ARROW_SKIP_UNKNOWN 0x10u
 
+/* Export: an array that is not a struct already (numbers, strings, a column
+ * set's lists) becomes the one child, "value", of a struct: a table, which
+ * is what engines scan (DuckDB's duckdb_arrow_array_scan, record batches).
+ */
+#define QEL_ARROW_TABLE 0x20u
+
 /* ---- error codes (0 is success) ---- */
 
 #define QEL_ARROW_OK 0
@@ -169,7 +175,7 @@ typedef struct qel_arrow_error {
  * callbacks; they free everything the export made. Returns QEL_ARROW_OK, or
  * an error code with *schema and *array marked released (release NULL) and
  * *err (when not NULL) saying where and why. Nothing of `v` is kept. Flags:
- * QEL_ARROW_UTF8, QEL_ARROW_CALLER_VALUES.
+ * QEL_ARROW_UTF8, QEL_ARROW_CALLER_VALUES, QEL_ARROW_TABLE.
  */
 QEL_API int qel_arrow_export_var(const qel_var *v, unsigned flags, struct ArrowSchema *schema, struct ArrowArray *array,
                                  qel_arrow_error *err);

@@ -107,6 +107,10 @@ bool export_var_rows(reporter &ex, const qel_var *v, int64_t begin, int64_t n, A
 // whose second child the caller makes ("value.buf"), returned not yet live.
 void wrap_with_bufs(ArrowSchema *s, ArrowArray *a, ArrowSchema **buf_schema, ArrowArray **buf_array);
 
+// Requires a live schema and array: with QEL_ARROW_TABLE, and unless they
+// are a struct already, wraps them as the one child of a struct.
+void table_of(const reporter &ex, ArrowSchema *s, ArrowArray *a);
+
 // Requires a valid pointer for a byte run: whether it is well-formed UTF-8.
 
 }  // namespace qel::arrow

@@ -146,7 +146,10 @@ extern "C" QEL_API int qel_arrow_export_xvars(const qel_xvars *xs, unsigned flag
     }
   }
   qel_free(segs);
-  if (ok) return QEL_ARROW_OK;
+  if (ok) {
+    qel::arrow::table_of(ex, schema, array);
+    return QEL_ARROW_OK;
+  }
   qel::arrow::release_both(schema, array);
   return ex.code();
 }

@@ -301,4 +301,14 @@ void wrap_with_bufs(ArrowSchema *s, ArrowArray *a, ArrowSchema **buf_schema, Arr
   *buf_array = a->children[1];
 }
 
+void table_of(const reporter &ex, ArrowSchema *s, ArrowArray *a) {
+  if ((ex.flags() & QEL_ARROW_TABLE) == 0 || std::strcmp(s->format, "+s") == 0) return;
+  const ArrowSchema inner_s = *s;
+  const ArrowArray inner_a = *a;
+  schema_make(s, "+s", "", 0, 0, 1);
+  array_make(a, inner_a.length, 1, 1);
+  *s->children[0] = inner_s;
+  *a->children[0] = inner_a;
+}
+
 }  // namespace qel::arrow

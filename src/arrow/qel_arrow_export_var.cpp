@@ -188,6 +188,7 @@ bool export_var_rows(reporter &ex, const qel_var *v, int64_t begin, int64_t n, A
     wrap_with_bufs(s, a, &bs, &ba);
     export_segment_bufs(full_kind(v->type), &seg, 1, n, "value.buf", 9, bs, ba);
   }
+  table_of(ex, s, a);
   return true;
 }
 

@@ -1,15 +1,15 @@
-// DuckDB both ways: SQL over qel's Arrow exports must agree with qel's own
-// answers, and DuckDB's Arrow results must read into qel records value for
-// value.
+// DuckDB both ways: SQL over qel's Arrow exports agrees with qel's own
+// answers, and DuckDB's Arrow results read into qel records value for value.
 #include <duckdb.h>
 #include <gtest/gtest.h>
 #include <qel_arrow.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
+
+#include "arrow_hand.h"
 
 namespace {
 
@@ -20,19 +20,9 @@ qel_var *member(const qel_var *r, const char *n) { return qel_var_get_val(r, n, 
 class DuckDB : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    // name:code, a '*' after the code for the multi form
     const char *members[4] = {"id:4 score:6 name:7 vals:6* child:21", "x:1 y:6*",
                               "a:4 b:4 c:4 d:4 h:4 maybe:4 e:1 f:1 g:1 x:5 y:6 s:7 l:4* st:23 m:8", "p:4 q:7"};
-    for (int k = 0; k < 4; ++k) {
-      g_schemas[k] = qel_var_schema_new();
-      for (const char *p = members[k]; *p != '\0';) {
-        const char *colon = std::strchr(p, ':');
-        char *end = nullptr;
-        const auto code = static_cast<uint32_t>(std::strtoul(colon + 1, &end, 10));
-        qel_var_schema_add(g_schemas[k], p, colon - p, code, *end == '*');
-        p = end + (*end == '*') + (end[*end == '*'] == ' ');
-      }
-    }
+    for (int k = 0; k < 4; ++k) g_schemas[k] = hand::schema(members[k]);
   }
   static void TearDownTestSuite() {
     for (qel_schema *s : g_schemas) qel_var_schema_free(s);
@@ -67,22 +57,20 @@ class DuckDB : public ::testing::Test {
 TEST_F(DuckDB, QueriesOverQelExportsAgreeWithQel) {
   qel_var *recs = qel_var_new_x(20, 1, nullptr, resolve);
   double score_sum = 0, vals_sum = 0;
-  int64_t x_sum = 0;
   std::map<std::string, int64_t> by_name;
   qel_var *fresh = qel_var_new_x(20, 0, nullptr, resolve);
   for (int64_t i = 0; i < 1000; ++i) qel_var_add_var_x(recs, fresh);
   qel_var_free(fresh);
   for (int64_t i = 0; i < 1000; ++i) {
     qel_var *r = qel_var_get_var_x(recs, i);
+    const std::string name = "n" + std::to_string(i % 7);
     qel_var_set_long(member(r, "id"), 0, i);
     qel_var_set_double(member(r, "score"), 0, 0.25 * static_cast<double>(i % 17));
-    const std::string name = "n" + std::to_string(i % 7);
     qel_var_set_string(member(r, "name"), 0, name.c_str(), -1);
     for (int64_t k = 0; k < i % 4; ++k) qel_var_add_double(member(r, "vals"), static_cast<double>(k) + 0.5);
     qel_var_set_integer(member(member(r, "child"), "x"), 0, i * 3);
-    score_sum += qel_var_get_double(member(r, "score"), 0);
-    for (int64_t k = 0; k < qel_var_size(member(r, "vals")); ++k) vals_sum += qel_var_get_double(member(r, "vals"), k);
-    x_sum += qel_var_get_integer(member(member(r, "child"), "x"), 0);
+    score_sum += 0.25 * static_cast<double>(i % 17);
+    vals_sum += static_cast<double>(i % 4) * static_cast<double>(i % 4) / 2;  // 0.5 + 1.5 + ... (i % 4 terms)
     ++by_name[name];
   }
   ArrowArrayStream stream;
@@ -93,38 +81,29 @@ TEST_F(DuckDB, QueriesOverQelExportsAgreeWithQel) {
   EXPECT_EQ(scalar("SELECT count(*) FROM t"), "1000");
   EXPECT_EQ(std::stod(scalar("SELECT sum(score) FROM t")), score_sum);  // exact: sums of quarters
   EXPECT_EQ(std::stod(scalar("SELECT sum(list_sum(vals)) FROM t")), vals_sum);
-  EXPECT_EQ(scalar("SELECT sum(child.x) FROM t"), std::to_string(x_sum));
+  EXPECT_EQ(scalar("SELECT sum(child.x) FROM t"), std::to_string(3 * 999 * 1000 / 2));
   std::string groups;
   for (const auto &[name, count] : by_name) groups += name + "=" + std::to_string(count) + ",";
   EXPECT_EQ(scalar("SELECT string_agg(name || '=' || n || ',', '' ORDER BY name) FROM "
                    "(SELECT name, count(*) AS n FROM t GROUP BY name)"),
             groups);
 
-  // A column set's lists, wrapped as the one column of a table.
+  // A column set's lists, as the one column of a table.
   qel_xvars *xs = qel_xvars_new(2, 1);
   int64_t expect_sum = 0;
-  for (int64_t e = 0; e < 50; ++e) {
-    for (int64_t k = 0; k <= e % 5; ++k) {
-      qel_xvars_add_long(xs, e, e * 10 + k);
-      expect_sum += e * 10 + k;
-    }
-  }
-  ArrowSchema col_s, table_s{};
-  ArrowArray col_a, table_a{};
-  ASSERT_EQ(qel_arrow_export_xvars(xs, 0, &col_s, &col_a, nullptr), QEL_ARROW_OK);
-  ArrowSchema *sk[] = {&col_s};
-  ArrowArray *ak[] = {&col_a};
-  const void *no_buffers[] = {nullptr};
-  table_s = {"+s", "", nullptr, 0, 1, sk, nullptr, [](ArrowSchema *s) { s->release = nullptr; }, nullptr};
-  table_a = {col_a.length, 0, 0, 1, 1, no_buffers, ak, nullptr, [](ArrowArray *a) { a->release = nullptr; }, nullptr};
+  for (int64_t e = 0; e < 50; ++e)
+    for (int64_t k = 0; k <= e % 5; ++k) qel_xvars_add_long(xs, e, e * 10 + k), expect_sum += e * 10 + k;
+  ArrowSchema table_s;
+  ArrowArray table_a;
+  ASSERT_EQ(qel_arrow_export_xvars(xs, QEL_ARROW_TABLE, &table_s, &table_a, nullptr), QEL_ARROW_OK);
   duckdb_arrow_stream wrapper = nullptr;
   ASSERT_EQ(duckdb_arrow_array_scan(con_, "cols", reinterpret_cast<duckdb_arrow_schema>(&table_s),
                                     reinterpret_cast<duckdb_arrow_array>(&table_a), &wrapper),
             DuckDBSuccess);
   run("CREATE TABLE c AS SELECT * FROM cols");
   duckdb_destroy_arrow_stream(&wrapper);
-  col_s.release(&col_s);
-  col_a.release(&col_a);
+  table_s.release(&table_s);
+  table_a.release(&table_a);
   EXPECT_EQ(scalar("SELECT sum(list_sum(value)) || ' ' || sum(len(value)) FROM c"),
             std::to_string(expect_sum) + " 150");
   qel_xvars_free(xs);
@@ -151,7 +130,6 @@ TEST_F(DuckDB, QueryResultsReadIntoQelRecords) {
   ASSERT_EQ(duckdb_query_arrow_schema(res, &sp), DuckDBSuccess);
   ASSERT_EQ(duckdb_query_arrow_array(res, &ap), DuckDBSuccess);
   ASSERT_EQ(array.length, 100);
-  EXPECT_STREQ(schema.children[14]->format, "C");  // the enum: indexes and a dictionary
   qel_var *rows = qel_var_new_x(22, 1, nullptr, resolve);
   qel_arrow_error err;
   EXPECT_EQ(qel_arrow_import(rows, &schema, &array, nullptr, resolve, 0, &err), QEL_ARROW_ERR_NULL);

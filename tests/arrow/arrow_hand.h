@@ -5,6 +5,7 @@
 
 #include <qel_arrow.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -54,14 +55,21 @@ struct col {
          nullptr};
     return *this;
   }
-  // Marks rows null in a validity bitmap.
-  col &nulls(std::initializer_list<int64_t> rows) {
-    bytes[0].assign(static_cast<size_t>((a.offset + a.length + 7) / 8), 0xFF);
-    for (int64_t r : rows) bytes[0][static_cast<size_t>(r >> 3)] &= static_cast<uint8_t>(~(1u << (r & 7)));
-    a.null_count = static_cast<int64_t>(rows.size());
-    return wire(a.length);
-  }
 };
+
+// A schema from "name:code name:code* ..." ('*' marks the multi form).
+inline qel_schema *schema(const char *spec) {
+  qel_schema *s = qel_var_schema_new();
+  for (const char *p = spec; *p != '\0';) {
+    const char *colon = std::strchr(p, ':');
+    char *end = nullptr;
+    const auto code = static_cast<uint32_t>(std::strtoul(colon + 1, &end, 10));
+    qel_var_schema_add(s, p, colon - p, code, *end == '*');
+    p = end + (*end == '*');
+    p += *p == ' ';
+  }
+  return s;
+}
 
 template <typename T>
 std::vector<uint8_t> raw(const std::vector<T> &v) {

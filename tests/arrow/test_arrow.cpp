@@ -32,9 +32,8 @@ std::string string_at(const ArrowArray &a, int64_t i) {
 class Arrow : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    g_rec = qel_test::schema_of(
-        {{"id", 4, 0}, {"score", 6, 0}, {"name", 7, 0}, {"tags", 7, 1}, {"child", 21, 0}, {"kids", 21, 1}});
-    g_child = qel_test::schema_of({{"x", 1, 0}, {"y", 6, 1}});
+    g_rec = hand::schema("id:4 score:6 name:7 tags:7* child:21 kids:21*");
+    g_child = hand::schema("x:1 y:6*");
   }
   static void TearDownTestSuite() {
     qel_var_schema_free(g_rec);
@@ -57,30 +56,23 @@ class Arrow : public ::testing::Test {
   int take(qel_var *dst, const hand::col &c, unsigned flags = 0) {
     return qel_arrow_import(dst, &c.s, &c.a, nullptr, resolve, flags, &err_);
   }
-  // A record of code 20 with every member set from n.
-  static qel_var *filled(int64_t n) {
-    qel_var *r = qel_var_new_x(20, 0, nullptr, resolve);
-    qel_var_set_long(member(r, "id"), 0, n);
-    qel_var_set_double(member(r, "score"), 0, 0.5 * static_cast<double>(n));
-    qel_var_set_string(member(r, "name"), 0, "name", n % 5);
-    for (int64_t i = 0; i < n % 3; ++i) qel_var_add_string(member(r, "tags"), "tag", i);
-    qel_var_set_integer(member(member(r, "child"), "x"), 0, n * 7);
-    qel_var_add_double(member(member(r, "child"), "y"), 1.25);
-    for (int64_t i = 0; i < n % 2; ++i) {
-      qel_var *k = qel_var_new_x(21, 0, nullptr, resolve);
-      qel_var_add_double(member(k, "y"), static_cast<double>(n));
-      qel_var_add_var_x(member(r, "kids"), k);
-      qel_var_free(k);
-    }
-    return r;
-  }
+  // n records of code 20, record i with every member set from i.
   static qel_var *records(int64_t n) {
-    qel_var *v = qel_var_new_x(20, 1, nullptr, resolve);
+    qel_var *v = qel_var_new_x(20, 1, nullptr, resolve), *r = qel_var_new_x(20, 0, nullptr, resolve);
     for (int64_t i = 0; i < n; ++i) {
-      qel_var *r = filled(i);
+      qel_var_set_long(member(r, "id"), 0, i);
+      qel_var_set_double(member(r, "score"), 0, 0.5 * static_cast<double>(i));
+      qel_var_set_string(member(r, "name"), 0, "name", i % 5);
+      qel_var_shrink(member(r, "tags"), 0);
+      for (int64_t k = 0; k < i % 3; ++k) qel_var_add_string(member(r, "tags"), "tag", k);
+      qel_var_set_integer(member(member(r, "child"), "x"), 0, i * 7);
+      qel_var_shrink(member(member(r, "child"), "y"), 0);
+      qel_var_add_double(member(member(r, "child"), "y"), 1.25);
+      qel_var_shrink(member(r, "kids"), 0);
+      if (i % 2 == 1) qel_var_add_var_x(member(r, "kids"), member(r, "child"));
       qel_var_add_var_x(v, r);
-      qel_var_free(r);
     }
+    qel_var_free(r);
     return v;
   }
 
@@ -97,12 +89,7 @@ TEST_F(Arrow, ExportsNumbersStringsLightVariantsAndColumnSets) {
     qel_var_free(v);  // the export holds copies
     EXPECT_STREQ(s_.format, code == 4 ? "l" : code == 5 ? "f" : code == 6 ? "g" : "I");
     ASSERT_EQ(a_.length * 10 + a_.n_buffers + a_.null_count, 32);
-    const double sum = code == 5   ? value<float>(a_, 2) + value<float>(a_, 0)
-                       : code == 6 ? value<double>(a_, 2) + value<double>(a_, 0)
-                       : code == 4
-                           ? static_cast<double>(value<int64_t>(a_, 2) + value<int64_t>(a_, 0))
-                           : static_cast<double>(value<uint32_t>(a_, 2)) + value<uint32_t>(a_, 0) - 4294967296.0;
-    EXPECT_EQ(sum, 999.0) << code;
+    EXPECT_EQ(value<uint32_t>(a_, 0), code == 5 ? 0xBF800000u : code == 6 ? 0u : 0xFFFFFFFFu);  // -1's low bits
   }
   qel_var *text = qel_var_new(8, 1);
   for (const char *t : {"a", "", "h\xc3\xa9llo"}) qel_var_add_string(text, t, -1);
@@ -117,9 +104,6 @@ TEST_F(Arrow, ExportsNumbersStringsLightVariantsAndColumnSets) {
   put(text);  // without the flag any bytes go
   EXPECT_EQ(string_at(a_, 3), "\xc3(");
   qel_var_free(text);
-  qel_var *single = qel_var_new(6, 0);
-  put(single, 0, QEL_ARROW_ERR_SHAPE);
-  qel_var_free(single);
 
   qel_xvar *x = qel_xvar_new(4, 0);
   qel_xvar_set_double(x, 0, 2.5);
@@ -131,13 +115,16 @@ TEST_F(Arrow, ExportsNumbersStringsLightVariantsAndColumnSets) {
   for (int64_t e : {0, 0, 2}) qel_xvars_add_integer(xs, e, 10 + e);
   qel_xvars_add_integer(xs, 1, 0);  // entries {10, 10}, {0}
   qel_arrow_release();
-  ASSERT_EQ(qel_arrow_export_xvars(xs, 0, &s_, &a_, &err_), QEL_ARROW_OK);
+  ASSERT_EQ(qel_arrow_export_xvars(xs, QEL_ARROW_TABLE, &s_, &a_, &err_), QEL_ARROW_OK);
   qel_xvars_change(xs, 9, 1);
-  EXPECT_STREQ(s_.children[0]->format, "I");
-  ASSERT_EQ(a_.length, 2);
-  const auto *off = static_cast<const int32_t *>(a_.buffers[1]);
+  const ArrowArray &lists = *a_.children[0];  // a table of one column, "value"
+  EXPECT_EQ(
+      std::string(s_.format) + s_.children[0]->name + s_.children[0]->format + s_.children[0]->children[0]->format,
+      "+svalue+lI");
+  ASSERT_EQ(a_.length * 10 + lists.length, 22);
+  const auto *off = static_cast<const int32_t *>(lists.buffers[1]);
   EXPECT_EQ(std::vector<int32_t>(off, off + 3), (std::vector<int32_t>{0, 2, 3}));
-  EXPECT_EQ(value<uint32_t>(*a_.children[0], 2), 0u);
+  EXPECT_EQ(value<uint32_t>(*lists.children[0], 2), 0u);
   qel_arrow_release();
   EXPECT_EQ(qel_arrow_export_xvars(xs, 0, &s_, &a_, &err_), QEL_ARROW_ERR_SHAPE);
   qel_xvars_free(xs);
@@ -151,7 +138,6 @@ TEST_F(Arrow, RecordsExportAsStructsAndReadBackEqual) {
   for (int64_t i = 0; i < s_.n_children; ++i)
     shape += std::string(s_.children[i]->name) + ":" + s_.children[i]->format + " ";
   EXPECT_EQ(shape, "id:l score:g name:z tags:+l child:+s kids:+l ");
-  EXPECT_STREQ(s_.children[5]->children[0]->children[1]->format, "+l");
   qel_var *back = qel_var_new_x(20, 1, nullptr, resolve);
   ASSERT_EQ(qel_arrow_import(back, &s_, &a_, nullptr, resolve, 0, &err_), QEL_ARROW_OK) << err_.message;
   EXPECT_EQ(qel::var_cref(back), qel::var_cref(v));
@@ -167,7 +153,6 @@ TEST_F(Arrow, RecordsExportAsStructsAndReadBackEqual) {
   qel_var_shrink(qel_var_get_var_x(v, 2), 0);
   put(v);
   EXPECT_EQ(a_.children[0]->null_count, 1);
-  EXPECT_EQ(a_.children[4]->null_count, 1);
   EXPECT_EQ(static_cast<const uint8_t *>(a_.children[3]->buffers[0])[0] & 0x1F, 0x1B);
   qel_var *before = records(1);
   qel_var_copy(back, before);
@@ -194,23 +179,13 @@ TEST_F(Arrow, CallerValuesTravelAsSiblingColumns) {
   put(v, QEL_ARROW_CALLER_VALUES);
   EXPECT_STREQ(s_.children[1]->name, "id.buf");
   EXPECT_STREQ(s_.children[7]->name, "tags.buf");
-  EXPECT_STREQ(s_.children[7]->children[0]->format, "L");
   EXPECT_EQ(value<uint64_t>(*a_.children[1], 1), 77u);
   qel_var *back = qel_var_new_x(20, 1, nullptr, resolve);
   EXPECT_EQ(qel_arrow_import(back, &s_, &a_, nullptr, resolve, 0, &err_), QEL_ARROW_ERR_UNKNOWN);
   ASSERT_EQ(qel_arrow_import(back, &s_, &a_, nullptr, resolve, QEL_ARROW_CALLER_VALUES, &err_), QEL_ARROW_OK);
   EXPECT_EQ(qel_var_get_buf(member(qel_var_get_var_x(back, 1), "id"), 0), 77u);
   EXPECT_EQ(qel_var_get_buf(member(qel_var_get_var_x(back, 2), "tags"), 1), 99u);
-  qel_var *nums = qel_var_new(4, 1);
-  qel_var_add_long(nums, 5);
-  qel_var_set_buf(nums, 0, 123);
-  put(nums, QEL_ARROW_CALLER_VALUES);
-  EXPECT_STREQ(s_.children[1]->name, "value.buf");
-  qel_var_change(v, 4, 1);
-  ASSERT_EQ(qel_arrow_import(v, &s_, &a_, nullptr, nullptr, QEL_ARROW_CALLER_VALUES, &err_), QEL_ARROW_OK);
-  EXPECT_EQ(qel::var_cref(v), qel::var_cref(nums));
-  EXPECT_EQ(qel_var_get_buf(v, 0), 123u);
-  for (qel_var *p : {v, back, nums}) qel_var_free(p);
+  for (qel_var *p : {v, back}) qel_var_free(p);
 }
 
 TEST_F(Arrow, ImportTakesExactValuesAndLeavesTheDestinationOnError) {
@@ -247,7 +222,9 @@ TEST_F(Arrow, ImportTakesExactValuesAndLeavesTheDestinationOnError) {
   qel_var *keep = qel_var_new(4, 1);
   qel_var_add_long(keep, 42);
   auto ints = hand::numbers<int32_t>("i", {1, 2, 3});
-  ints->nulls({1});
+  ints->bytes[0] = {0x05};  // row 1 null
+  ints->a.null_count = 1;
+  ints->wire(3);
   EXPECT_EQ(take(l, *ints), QEL_ARROW_ERR_NULL);
   EXPECT_EQ(err_.row, 1);
   EXPECT_EQ(qel::var_cref(l), qel::var_cref(keep));
@@ -292,21 +269,18 @@ TEST_F(Arrow, ImportTakesExactValuesAndLeavesTheDestinationOnError) {
 TEST_F(Arrow, ImportChecksStructureBeforeReading) {
   qel_var *dst = records(2);
   qel_var *keep = records(2);
-  auto tags = [] { return hand::list(hand::strings("z", {"a", "b", "c"}), {0, 2, 3}, "tags"); };
-  std::vector<std::unique_ptr<hand::col>> kids;
-  kids.push_back(hand::numbers<int16_t>("s", {7, 8}, "id"));
-  kids.push_back(tags());
-  auto ok = hand::make("+s", "", {{}}, 2, std::move(kids));
-  ASSERT_EQ(take(dst, *ok), QEL_ARROW_OK) << err_.message;
+  auto build = [] {  // id (int16) and tags (a list of strings) for two records
+    std::vector<std::unique_ptr<hand::col>> kids;
+    kids.push_back(hand::numbers<int16_t>("s", {7, 8}, "id"));
+    kids.push_back(hand::list(hand::strings("z", {"a", "b", "c"}), {0, 2, 3}, "tags"));
+    return hand::make("+s", "", {{}}, 2, std::move(kids));
+  };
+  ASSERT_EQ(take(dst, *build()), QEL_ARROW_OK) << err_.message;
   EXPECT_EQ(qel_var_size(member(qel_var_get_var_x(dst, 0), "tags")), 2);
   EXPECT_EQ(qel_var_get_long(member(qel_var_get_var_x(dst, 1), "id"), 0), 8);
-  qel_var_copy(dst, keep);
-
+  EXPECT_EQ(take(keep, *build()), QEL_ARROW_OK);
   auto broken = [&](void (*spoil)(hand::col &), int code) {
-    std::vector<std::unique_ptr<hand::col>> k;
-    k.push_back(hand::numbers<int16_t>("s", {7, 8}, "id"));
-    k.push_back(tags());
-    auto c = hand::make("+s", "", {{}}, 2, std::move(k));
+    auto c = build();
     spoil(*c);
     EXPECT_EQ(take(dst, *c), code) << err_.message;
     EXPECT_EQ(qel::var_cref(dst), qel::var_cref(keep));
@@ -317,28 +291,17 @@ TEST_F(Arrow, ImportChecksStructureBeforeReading) {
   broken([](hand::col &c) { c.kids[1]->kids[0]->a.n_buffers = 2; }, QEL_ARROW_ERR_INVALID);  // buffer count
   broken([](hand::col &c) { c.kids[0]->a.release = nullptr; }, QEL_ARROW_ERR_INVALID);       // released
   broken([](hand::col &c) { c.kids[0]->a.null_count = 1; }, QEL_ARROW_ERR_INVALID);          // nulls, no bitmap
+  broken([](hand::col &c) { c.kids[0]->format = "e", c.kids[0]->wire(2); }, QEL_ARROW_ERR_TYPE);
+  broken([](hand::col &c) { c.kids[0]->name = "idx", c.kids[0]->wire(2); }, QEL_ARROW_ERR_UNKNOWN);
   broken(
       [](hand::col &c) {
-        c.kids[0]->format = "e";
-        c.kids[0]->wire(2);
-      },
-      QEL_ARROW_ERR_TYPE);
-  broken(
-      [](hand::col &c) {
-        c.kids[0]->name = "idx";
-        c.kids[0]->wire(2);
-      },
-      QEL_ARROW_ERR_UNKNOWN);
-  broken(
-      [](hand::col &c) {
-        c.kids[1]->kids[0] = hand::numbers<int64_t>("l", {1, 2, 3});
-        c.kids[1]->wire(2);
+        c.kids[1]->kids[0] = hand::numbers<int64_t>("l", {1, 2, 3}), c.kids[1]->wire(2);
       },
       QEL_ARROW_ERR_TYPE);
   EXPECT_STREQ(err_.path, "tags");
-  qel_var *single = qel_var_new_x(20, 0, nullptr, resolve);
-  EXPECT_EQ(take(single, *ok), QEL_ARROW_ERR_TYPE);
-  for (qel_var *q : {dst, keep, single}) qel_var_free(q);
+  qel_var_change(keep, 20, 0);
+  EXPECT_EQ(take(keep, *build()), QEL_ARROW_ERR_TYPE);  // a single record
+  for (qel_var *q : {dst, keep}) qel_var_free(q);
 }
 
 int fail_next(ArrowArrayStream *, ArrowArray *) { return 5; }
@@ -371,10 +334,6 @@ TEST_F(Arrow, StreamsChunksAndReadsThemBack) {
   chunk.release(&chunk);
   EXPECT_NE(st.get_next(&st, &chunk), 0);
   EXPECT_NE(std::strstr(st.get_last_error(&st), "UTF-8"), nullptr);
-  st.release(&st);
-  EXPECT_EQ(qel_arrow_export_stream(keep, 3, QEL_ARROW_UTF8, &st, &err_), QEL_ARROW_OK);
-  qel_var_change(member(qel_var_get_var_x(keep, 2), "child"), 21, 1);
-  EXPECT_NE(st.get_next(&st, &chunk), 0);  // rows 0 to 2 no longer export
   st.release(&st);
   qel_var_change(text, 7, 0);
   EXPECT_EQ(qel_arrow_export_stream(text, 1, 0, &st, &err_), QEL_ARROW_ERR_SHAPE);
