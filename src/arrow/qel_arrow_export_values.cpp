@@ -69,7 +69,6 @@ bool reporter::fail(int code, int64_t row, const char *format, ...) {
   return false;
 }
 
-
 namespace {
 
 constexpr int64_t kMax32 = 0x7FFFFFFF;
