@@ -43,3 +43,18 @@ function(qel_library_settings target)
     target_link_options(${target} PRIVATE -Wl,--no-undefined -Wl,--as-needed)
   endif()
 endfunction()
+
+# An interchange format: an object library of its own folder under src/, built
+# into libqel with the libraries' settings (hidden symbols, no exceptions, no
+# RTTI); it sees the core's internal headers, and the core never uses it.
+function(qel_format_library target)
+  add_library(${target} OBJECT ${ARGN})
+  target_include_directories(${target} PRIVATE
+    ${PROJECT_SOURCE_DIR}/include ${PROJECT_BINARY_DIR}/include ${PROJECT_SOURCE_DIR}/std
+    ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/std/internal)
+  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  target_compile_options(${target} PRIVATE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility-inlines-hidden>
+    -fvisibility=hidden -fno-semantic-interposition)
+endfunction()
