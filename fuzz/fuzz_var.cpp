@@ -722,11 +722,18 @@ int by_key(const qel_var *a, const qel_var *b, void *record) {
   return (x > y) - (x < y);
 }
 
+// The operations op() decodes, by code, under the names traces print.
+constexpr const char *kOps[32] = {
+    "renew",      "renew_x",    "change",     "copy",       "append",     "add_var",    "set_var",    "get_var",
+    "add_number", "set_number", "get_number", "add_string", "set_string", "get_string", "expand",     "zero",
+    "shrink",     "trim",       "sort",       "find",       "cmp",        "add_x",      "buffer",     "buf",
+    "set_val",    "get_val",    "add_new",    "add_var_x",  "set_var_x",  "get_var_x",  "round_trip", "renew"};
+
 void op(Reader &r, Pool &p) {
   const uint8_t code = r.u8() % 32;
   const int slot = static_cast<int>(r.pick(kPool));
   const bool room = g_total < kBudget, cpp = r.flag();
-  FZ_TRACE("op %u on slot %d (v%d is code %u multi %u)%s", code, slot, slot, p.m[slot]->type, p.m[slot]->multi,
+  FZ_TRACE("%s on slot %d (v%d is code %u multi %u)%s", kOps[code], slot, slot, p.m[slot]->type, p.m[slot]->multi,
            cpp ? " C++" : "");
   Handle h = pick_handle(r, p, slot);  // the variant most operations work on
   const int64_t i = fz::pick_index(r, h.m->value_array() ? h.m->a.count : static_cast<int64_t>(h.m->elems.size()));
