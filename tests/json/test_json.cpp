@@ -140,6 +140,8 @@ TEST_F(Json, NumbersAreShortestAndExact) {
   EXPECT_EQ(qel_var_get_float(f, 0), 1.00000012f);
   EXPECT_EQ(read(d, "2.5e-324"), 0);  // just above half the least subnormal
   EXPECT_EQ(qel_var_get_double(d, 0), 5e-324);
+  EXPECT_EQ(read(d, "2e-324"), 0);  // just below it: zero, no range error
+  EXPECT_EQ(std::bit_cast<uint64_t>(qel_var_get_double(d, 0)), 0u);
   EXPECT_EQ(read(d, "-1e-400"), 0);
   EXPECT_EQ(std::bit_cast<uint64_t>(qel_var_get_double(d, 0)), uint64_t{1} << 63);
   // Beyond 800 significant digits the dropped ones still count, just after
