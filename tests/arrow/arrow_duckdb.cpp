@@ -114,12 +114,12 @@ TEST_F(DuckDB, QueryResultsReadIntoQelRecords) {
   run("CREATE TYPE mood AS ENUM ('sad', 'ok', 'happy')");
   duckdb_arrow res = nullptr;
   ASSERT_EQ(duckdb_query_arrow(con_,
-                               "SELECT i::TINYINT - 50 AS a, i::SMALLINT * -300 AS b, i::INTEGER * 100000 AS c, "
+                               "SELECT (['sad', 'ok', 'happy'])[i % 3 + 1]::mood AS m, i::TINYINT - 50 AS a, "
+                               "i::SMALLINT * -300 AS b, i::INTEGER * 100000 AS c, "
                                "i * 10000000000 AS d, i::UTINYINT AS e, (i * 600)::USMALLINT AS f, "
                                "(i * 40000000)::UINTEGER AS g, (i * 3)::UBIGINT AS h, (i / 4)::FLOAT AS x, "
                                "i / 3 AS y, 'n' || i AS s, CASE WHEN i % 3 = 0 THEN NULL ELSE i END AS maybe, "
-                               "[i, i + 1] AS l, {'p': i, 'q': 'v' || i} AS st, "
-                               "(['sad', 'ok', 'happy'])[i % 3 + 1]::mood AS m FROM range(0, 100) t(i)",
+                               "[i, i + 1] AS l, {'p': i, 'q': 'v' || i} AS st FROM range(0, 100) t(i)",
                                &res),
             DuckDBSuccess)
       << duckdb_query_arrow_error(res);
