@@ -80,8 +80,9 @@ void register_column_parts();  // workload 9's append and fetch apart (bench_col
 void register_json();          // workload 10 (qel; json-c and RapidJSON when found)
 void register_tally();         // workload 11
 void register_arrow();         // workload 12 (Arrow export and import)
+void register_avro_datums();   // workload 13 (qel; Avro C's rows come with register_avro)
 void register_jsonc();         // json-c rows of workloads 1, 3, 4 and 5 (when found)
-void register_avro();          // Avro C rows of workloads 1, 3, 4 and 5 (when found)
+void register_avro();          // Avro C rows of workloads 1, 3, 4, 5 and 12 (when found)
 void register_glib();          // GLib rows of workload 1 (when found)
 
 // Keeps a value alive for the optimizer without a memory clobber.

@@ -77,6 +77,8 @@ const std::vector<workload> &workloads() {
       {"12.import", "12 Arrow import 10^6 doubles", "value", 1.5, {"loop: entries to a buffer"}, false},
       {"12.records", "12 Arrow import 10^5 records", "record", 1.2, {"by hand through the C interface"}, false},
       {"12.rec.export", "12 Arrow export 10^5 records", "record", 0, {}, false},
+      {"13.write", "13 write 10^5 records as Avro datums", "record", 0.5, {"Avro C"}, false},
+      {"13.read", "13 read 10^5 Avro datums", "record", 0.5, {"Avro C"}, false},
   };
   return w;
 }
@@ -303,6 +305,7 @@ int main(int argc, char **argv) {
   qb::register_columns();
   qb::register_column_parts();
   qb::register_json();
+  qb::register_avro_datums();
   qb::register_tally();
   qb::register_arrow();
 #if QEL_BENCH_JSONC

@@ -12,6 +12,7 @@
 //   faster of json-c and Avro C; the C++ struct's copy for orientation.
 #include <qel.h>
 
+#include <bit>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -98,6 +99,30 @@ qel_var *qb::qel_record_from(const record_data &d) {
   qel_var_set_long(member(child, "x"), 0, d.x);
   qel_var_set_double(member(child, "y"), 0, d.y);
   return r;
+}
+
+qel_schema *qb::qel_record_resolver(void *context, uint32_t type) { return resolve(context, type); }
+void *qb::qel_record_context() { return the_schemas(); }
+
+uint64_t qb::qel_record_sum(const qel_var *r) {
+  const char *s = nullptr;
+  int64_t n = 0;
+  uint64_t acc = static_cast<uint64_t>(qel_var_get_long(member(r, "id"), 0));
+  acc += std::bit_cast<uint64_t>(qel_var_get_double(member(r, "score"), 0));
+  acc += static_cast<uint64_t>(qel_var_get_integer(member(r, "count"), 0));
+  acc += std::bit_cast<uint32_t>(qel_var_get_float(member(r, "ratio"), 0));
+  qel_var_get_string(member(r, "name"), 0, &s, &n);
+  acc += static_cast<uint64_t>(n);
+  qel_var_get_string(member(r, "tag"), 0, &s, &n);
+  acc += static_cast<uint64_t>(n);
+  const qel_var *tags = member(r, "tags");
+  for (int64_t i = 0; i < qel_var_size(tags); ++i) {
+    qel_var_get_string(tags, i, &s, &n);
+    acc += static_cast<uint64_t>(n);
+  }
+  const qel_var *child = member(r, "child");
+  acc += static_cast<uint64_t>(qel_var_get_long(member(child, "x"), 0));
+  return acc + std::bit_cast<uint64_t>(qel_var_get_double(member(child, "y"), 0));
 }
 
 const std::vector<std::string_view> &qb::lookup_keys() {

@@ -22,6 +22,14 @@ json_object *jsonc_record(const record_data &d);
 // by name from d (the qel arm of workload 3, and the source of workload 5).
 qel_var *qel_record_from(const record_data &d);
 
+// The resolver and its context that qel_record_from builds records with.
+qel_schema *qel_record_resolver(void *context, uint32_t type);
+void *qel_record_context();
+
+// Requires a record of code 20: every member's value read (strings: their
+// lengths), summed, as a read arm's member access.
+uint64_t qel_record_sum(const qel_var *r);
+
 // The 16 member names as views (each is also NUL-terminated).
 const std::vector<std::string_view> &lookup_keys();
 

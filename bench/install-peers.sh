@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that add the peer libraries to the benchmark
-# suite: json-c, Apache Avro's C library, Abseil, GLib and RapidJSON.  The
-# suite builds and runs without them; each one found adds its rows at the next
-# configure.
+# suite and the interchange tests: json-c, Apache Avro's C library and its
+# Python library, zlib (Avro's deflate codec), Abseil, GLib and RapidJSON.
+# The suite and the tests build and run without them; each one found adds its
+# rows or tests at the next configure.
 #
 #   sudo bench/install-peers.sh        (or as root)
 set -euo pipefail
 
-packages=(libjson-c-dev libavro-dev libabsl-dev libglib2.0-dev rapidjson-dev)
+packages=(libjson-c-dev libavro-dev python3-avro zlib1g-dev libabsl-dev libglib2.0-dev rapidjson-dev)
 
 if [ "$(id -u)" -ne 0 ]; then
   if command -v sudo >/dev/null 2>&1; then

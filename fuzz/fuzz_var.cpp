@@ -26,11 +26,15 @@
 //    the same shape (or through a stream) is qel_var_equal to it, when its
 //    records list exactly their schemas' members and its elements match
 //    those the importer makes; a failed import changes nothing;
+//  - Avro: a variant that matches the resolver's schemas (else the write is
+//    refused, appending nothing) reads back from its datum into a fresh
+//    variant of the same shape as an equal one;
 //  - sorts are checked for order (floats: when no NaN is held) and contents;
 //    the exact order of ties and NaNs is pinned by the hand-written goldens;
 //    sort_by, stable, is checked against a stable sort of the model.
 #include <qel.h>
 #include <qel_arrow.h>
+#include <qel_avro.h>
 #include <qel_json.h>
 
 #include <algorithm>
@@ -680,6 +684,34 @@ void arrow_round_trip(const Handle &h, Reader &r) {
   qel_var_add_var_x(rows, h.r);
   arrow_round_trip(rows, r);
   qel_var_free(rows);
+// Avro round trip through the datum and the schema qel gives for the shape.
+void avro_round_trip(const Handle &h) {
+  qel_stream s, text;
+  qel_stream_init(&s);
+  qel_stream_init(&text);
+  qel_stream_append(&s, "<", 1);
+  qel_avro_error err;
+  const int rc = qel_avro_write(h.r, &s, &g_context_tag, json_resolver, 0, &err);
+  FZ_CHECK(rc == err.code && (rc == QEL_AVRO_OK || rc == QEL_AVRO_ERR_MEMBERS || rc == QEL_AVRO_ERR_DEPTH) &&
+               (rc == QEL_AVRO_OK || s.length == 1),
+           "avro write gave %d (%s) with %ld bytes", rc, err.message, s.length);
+  qel_avro_schema(h.r->type, h.r->multi, &g_context_tag, json_resolver, nullptr, 0, &text);
+  qel_avro_type *type = qel_avro_type_parse(text.bytes, text.length, &err);
+  FZ_CHECK(type != nullptr, "qel's own schema of code %u is refused: %s", h.r->type, err.message);
+  if (rc == QEL_AVRO_OK) {
+    qel_var *fresh = qel_var_new_x(h.r->type, h.r->multi, &g_context_tag, json_resolver);
+    const int rr =
+        qel_avro_read(fresh, s.bytes + 1, s.length - 1, nullptr, type, &g_context_tag, json_resolver, 0, &err);
+    bool holes = false;  // empty record-array slots are not written
+    for (int64_t i = 0; h.r->multi != 0 && cls(h.r->type) == Cls::record && i < h.r->data.vars.count; ++i)
+      holes |= h.r->data.vars.entries[i] == nullptr;
+    FZ_CHECK(rr == QEL_AVRO_OK && (holes || qel_var_equal(fresh, h.r)), "avro round trip: read %d (%s at %s)", rr,
+             err.message, err.path);
+    qel_var_free(fresh);
+  }
+  qel_avro_type_free(type);
+  qel_stream_term(&s);
+  qel_stream_term(&text);
 }
 
 void verify_pool(Pool &p) {
@@ -1197,6 +1229,7 @@ void op(Reader &r, Pool &p) {
       if (r.flag()) {
         json_round_trip(h, r);
         arrow_round_trip(h, r);
+        avro_round_trip(h);
         return;
       }
       const SchemaDef *d = r.pick(3) == 0 ? &g_a : r.flag() ? &g_b : &g_self;

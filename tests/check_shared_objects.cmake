@@ -1,7 +1,8 @@
 cmake_policy(SET CMP0057 NEW)
 # Checks the built shared objects: the dynamic symbol table holds exactly the
 # functions the public headers declare with QEL_API, and NEEDED lists only
-# libc (plus libqel_std for libqel).
+# libc (plus libqel_std for libqel, and libz when the Avro deflate codec was
+# built with zlib: QEL_AVRO_ZLIB).
 
 function(declared_functions headers out)
   set(names "")
@@ -64,4 +65,8 @@ function(check lib header allowed_needed)
 endfunction()
 
 check(${STD_LIB} ${STD_HEADER} "libc.so.6")
-check(${QEL_LIB} "${QEL_HEADER}" "libc.so.6;libqel_std.so.0")
+if(QEL_AVRO_ZLIB)
+  check(${QEL_LIB} "${QEL_HEADER}" "libc.so.6;libqel_std.so.0;libz.so.1")
+else()
+  check(${QEL_LIB} "${QEL_HEADER}" "libc.so.6;libqel_std.so.0")
+endif()
