@@ -1,10 +1,6 @@
-// Avro exchange with other implementations.  With Avro C linked in
-// (`avro_cross avroc DIR`) it checks both ways here: Avro C's datums of the
-// same values are byte for byte qel's, Avro C reads qel's datums and
-// container files, qel reads Avro C's container files.  For Python's avro
-// (avro_cross.py) it writes a container (`write FILE CODEC`) or reads one into
-// an array of records (`read FILE`), printing the records as JSON with bytes
-// in hex and floats in C's %a form.
+// Avro exchange.  `avroc DIR`: Avro C's datums of the same values are qel's
+// byte for byte, Avro C reads qel's datums and files, qel reads Avro C's files.
+// For avro_cross.py: `write FILE CODEC` and `read FILE` print the records.
 #include <qel_avro.h>
 
 #include <cinttypes>
@@ -70,46 +66,38 @@ qel_var *sample() {
 
 // Prints v as JSON: bytes in hex, floats in %a, records as objects.
 void dump(const qel_var *v, std::string &o) {
-  char b[64];
-  auto number = [&](int64_t i) {
-    if (v->type == 5 || v->type == 6) {
-      std::snprintf(b, sizeof b, "\"%a\"", qel_var_get_double(v, i));
-    } else {
-      std::snprintf(b, sizeof b, "%" PRId64, qel_var_get_long(v, i));
-    }
-    o += b;
-  };
-  auto bytes = [&](int64_t i) {
-    const char *s = nullptr;
-    int64_t n = 0;
-    qel_var_get_string(v, i, &s, &n);
-    o += '"';
-    for (int64_t k = 0; k < n; ++k) std::snprintf(b, sizeof b, "%02x", static_cast<unsigned char>(s[k])), o += b;
-    o += '"';
-  };
-  const bool bytes_code = v->type == 7 || v->type == 8, record = v->type == 0 || v->type >= 10;
-  if (v->multi != 0) {
-    o += '[';
-    for (int64_t i = 0; i < qel_var_size(v); ++i) {
-      if (i > 0) o += ',';
-      if (record) dump(static_cast<const qel_var *>(qel_arrays_get_at(&v->data.vars, i)), o);
-      else if (bytes_code) bytes(i);
-      else number(i);
-    }
-    o += ']';
-  } else if (record) {
-    o += '{';
+  const bool record = v->type == 0 || v->type >= 10, bytes = v->type == 7 || v->type == 8;
+  if (record && v->multi == 0) {
     for (int64_t i = 0; i < qel_var_member_count(v); ++i) {
       const char *name = nullptr;
       int64_t len = 0;
       const qel_var *m = qel_var_member_at(v, i, &name, &len);
-      o += (i > 0 ? ",\"" : "\"") + std::string(name, static_cast<size_t>(len)) + "\":";
+      o += (i > 0 ? ",\"" : "{\"") + std::string(name, static_cast<size_t>(len)) + "\":";
       dump(m, o);
     }
-    o += '}';
-  } else {
-    bytes_code ? bytes(0) : number(0);
+    o += qel_var_member_count(v) > 0 ? "}" : "{}";
+    return;
   }
+  o += v->multi != 0 ? "[" : "";
+  for (int64_t i = 0, n = v->multi != 0 ? qel_var_size(v) : 1; i < n; ++i) {
+    char b[64];
+    const char *s = nullptr;
+    int64_t len = 0;
+    o += i > 0 ? "," : "";
+    if (record) {
+      dump(static_cast<const qel_var *>(qel_arrays_get_at(&v->data.vars, i)), o);
+    } else if (bytes) {
+      qel_var_get_string(v, i, &s, &len);
+      o += '"';
+      for (int64_t k = 0; k < len; ++k) std::snprintf(b, sizeof b, "%02x", static_cast<unsigned char>(s[k])), o += b;
+      o += '"';
+    } else {
+      if (v->type == 5 || v->type == 6) std::snprintf(b, sizeof b, "\"%a\"", qel_var_get_double(v, i));
+      else std::snprintf(b, sizeof b, "%" PRId64, qel_var_get_long(v, i));
+      o += b;
+    }
+  }
+  o += v->multi != 0 ? "]" : "";
 }
 
 std::string file_bytes(const char *path) {

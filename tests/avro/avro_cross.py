@@ -47,7 +47,6 @@ with tempfile.TemporaryDirectory() as tmp:
         if not same(got, want):
             print(f"{codec}: Python reads qel's file as\n{got}\nnot\n{want}")
             failures += 1
-
     kid = {"type": "record", "name": "Kid", "fields": [
         {"name": "s", "type": "string"}, {"name": "x", "type": {"type": "array", "items": "float"}}]}
     schema = avro.schema.parse(json.dumps({"type": "record", "name": "Py", "namespace": "org.example", "fields": [
