@@ -83,7 +83,7 @@ extern "C" {
 /* Where and why an operation failed. */
 typedef struct qel_avro_error {
     int code;          /* QEL_AVRO_OK or one of QEL_AVRO_ERR_* */
-    int64_t offset;    /* byte offset in the input (reads) or of the value's start in the output (writes) */
+    int64_t offset;    /* byte offset in the input (reads; in a deflate block: the block's) or in the output (writes) */
     char path[128];    /* the value's place, e.g. kids[3].name ("" at the top; long paths end in "...") */
     char message[200]; /* what was expected and what was found */
 } qel_avro_error;

@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "avro/avro_read.h"
-#include "qel_std_internal.h"
 
 #if QEL_AVRO_ZLIB
 #include <zlib.h>
@@ -57,6 +56,13 @@ struct cursor {
   }
   int64_t offset() const { return p - begin; }
 };
+
+// Requires nothing: a 64-bit finaliser (splitmix64's).
+uint64_t mix(uint64_t z) {
+  z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+  z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+  return z ^ (z >> 31);
+}
 
 bool is(const char *s, int64_t n, const char *w) {
   return n == static_cast<int64_t>(std::strlen(w)) && std::memcmp(s, w, static_cast<size_t>(n)) == 0;
@@ -165,9 +171,10 @@ extern "C" int qel_avro_file_begin(qel_avro_file_writer *w, uint32_t type, void 
   if (sync != nullptr) {
     std::memcpy(w->sync, sync, 16);
   } else {
-    const uint64_t h = qel_detail::hash_bytes(schema, static_cast<size_t>(schema_len));
-    const uint64_t a = qel_detail::mix64(h ^ reinterpret_cast<uintptr_t>(w));
-    const uint64_t b = qel_detail::mix64(a ^ reinterpret_cast<uintptr_t>(out) ^ 0x9E3779B97F4A7C15ull);
+    uint64_t h = 0xcbf29ce484222325ull;  // FNV-1a of the schema, then the addresses mixed in
+    for (int64_t i = 0; i < schema_len; ++i) h = (h ^ static_cast<unsigned char>(schema[i])) * 0x100000001b3ull;
+    const uint64_t a = mix(h ^ reinterpret_cast<uintptr_t>(w));
+    const uint64_t b = mix(a ^ reinterpret_cast<uintptr_t>(out) ^ 0x9E3779B97F4A7C15ull);
     std::memcpy(w->sync, &a, 8);
     std::memcpy(w->sync + 8, &b, 8);
   }
@@ -311,7 +318,7 @@ int read_blocks(const qel_avro_file_reader *r, qel_var *dst, qel::avro::reader &
       break;
     }
     if (rc != QEL_AVRO_OK) break;
-    rd.input(data, size, at.offset);
+    rd.input(data, size, at.offset, at.codec == QEL_AVRO_CODEC_NULL);
     rc = rd.items(at.type->root, dst, count, first, apply);
     at.offset = *after;
     if (rc != QEL_AVRO_OK || !all) break;

@@ -18,7 +18,8 @@ namespace qel::avro {
 reader::reader(void *context, qel_schema_resolver resolver, unsigned flags, qel_avro_error *err, int64_t budget)
     : context_(context), resolver_(resolver), flags_(flags), err_(err), budget_(budget) {}
 
-void reader::input(const char *bytes, int64_t len, int64_t base) {
+void reader::input(const char *bytes, int64_t len, int64_t base, bool own) {
+  own_ = own;
   begin_ = p_ = reinterpret_cast<const unsigned char *>(bytes);
   end_ = begin_ + len;
   base_ = base;
@@ -27,7 +28,7 @@ void reader::input(const char *bytes, int64_t len, int64_t base) {
 bool reader::fail(int code, const path_step *at, const char *message) {
   if (code_ != QEL_AVRO_OK) return false;
   code_ = code;
-  set_error(err_, code, base_ + (p_ - begin_), at, message);
+  set_error(err_, code, own_ ? base_ + (p_ - begin_) : base_, at, message);
   return false;
 }
 
@@ -296,15 +297,17 @@ bool reader::record(const node *w, const target &t, const path_step *up, int dep
 template <bool Apply>
 bool reader::member(const target &t, int64_t i, const field &f, target *m) {
   qel_hash *h = t.v != nullptr ? &t.v->data.members : nullptr;
-  if (h != nullptr) {
+  qel_var *found = Apply && next_ < found_.size() ? found_[next_++] : nullptr;  // the check pass looked already
+  if (found == nullptr && h != nullptr) {
     const qel_hash_entry *e = qel_detail::hash_entry_at(h, static_cast<uint32_t>(i));
-    auto *found = e != nullptr && e->key_length == f.length && same_name(h->key_pool + e->key_offset, f.name, f.length)
-                      ? static_cast<qel_var *>(e->value)
-                      : static_cast<qel_var *>(qel_detail::hash_get(h, f.name, f.length));
-    if (found != nullptr) {
-      *m = target{found, found->type, found->multi, found->schema};
-      return true;
-    }
+    found = e != nullptr && e->key_length == f.length && same_name(h->key_pool + e->key_offset, f.name, f.length)
+                ? static_cast<qel_var *>(e->value)
+                : static_cast<qel_var *>(qel_detail::hash_get(h, f.name, f.length));
+  }
+  if (!Apply) found_.push(found);
+  if (found != nullptr) {
+    *m = target{found, found->type, found->multi, found->schema};
+    return true;
   }
   const qel_schema *schema = t.v != nullptr ? t.v->schema : t.schema;
   uint32_t type = 0;

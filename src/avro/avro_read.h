@@ -25,8 +25,9 @@ class reader {
  public:
   reader(void *context, qel_schema_resolver resolver, unsigned flags, qel_avro_error *err, int64_t budget);
 
-  // Requires nothing: the bytes read next; errors report offsets from base.
-  void input(const char *bytes, int64_t len, int64_t base);
+  // Requires nothing: the bytes read next; errors report offsets from base,
+  // or base itself for bytes that are not the input's own (inflated ones).
+  void input(const char *bytes, int64_t len, int64_t base, bool own = true);
   // Requires a variant: one datum of w checked (apply false) or read into it
   // (apply true, after a check of the same bytes); *used: bytes taken (NULL:
   // all of them must be).
@@ -36,7 +37,10 @@ class reader {
   int items(const node *w, qel_var *v, int64_t count, bool fresh_start, bool apply);
   // Requires nothing: the budget of zero-byte items back to `budget`, for the
   // writing pass.
-  void restart(int64_t budget) { budget_ = budget; }
+  void restart(int64_t budget) {
+    budget_ = budget;
+    next_ = 0;
+  }
   int code() const { return code_; }
 
  private:
@@ -65,6 +69,7 @@ class reader {
   const unsigned char *p_ = nullptr;
   const unsigned char *end_ = nullptr;
   int64_t base_ = 0;
+  bool own_ = true;
   void *context_;
   qel_schema_resolver resolver_;
   unsigned flags_;
@@ -73,6 +78,8 @@ class reader {
   int64_t pool_ = 0;   // string bytes of the array items() appends to
   int64_t index_ = 0;  // items() of the checking pass: the array's size so far
   int code_ = QEL_AVRO_OK;
+  vec<qel_var *> found_;  // checking pass: each member found in place, in order (NULL: none)
+  int64_t next_ = 0;      // writing pass: the next of found_
 };
 
 }  // namespace qel::avro
