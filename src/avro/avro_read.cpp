@@ -268,8 +268,8 @@ bool reader::element(const node *w, const target &t, int64_t index, int64_t *poo
         if (resolver_ != nullptr) {
           e.v = qel_var_new_x(t.type, 0, context_, resolver_);
         } else {
-          e.v = qel::var_alloc(t.type, 0, t.v->schema);
-          qel::var_init_at(e.v, context_, nullptr, nullptr);
+          e.v = qel_var_alloc(t.type, 0, t.v->schema);
+          qel_var_init_at(e.v, context_, nullptr, nullptr);
         }
         qel_arrays_append(&t.v->data.vars, e.v);  // owned by the array from here on
       }
@@ -318,8 +318,8 @@ bool reader::member(const target &t, int64_t i, const field &f, target *m) {
   if (record) m->schema = schema_of(type);
   if (!Apply) return true;
   if (record) {  // members only as the datum gives them
-    m->v = qel::var_alloc(type, 0, nullptr);
-    qel::var_init_at(m->v, nullptr, nullptr, nullptr);
+    m->v = qel_var_alloc(type, 0, nullptr);
+    qel_var_init_at(m->v, nullptr, nullptr, nullptr);
     m->v->schema = const_cast<qel_schema *>(m->schema);
   } else {
     m->v = qel_var_new_x(type, multi, context_, resolver_);
