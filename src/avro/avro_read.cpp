@@ -11,7 +11,7 @@
 
 #include "internal/qel_convert.h"
 #include "internal/qel_utf8.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 namespace qel::avro {
 

@@ -8,7 +8,7 @@
 #include "avro/avro_internal.h"
 #include "internal/qel_utf8.h"
 #include "internal/qel_var_internal.h"
-#include "qel_std_internal.h"
+#include "qel_std_inline.h"
 
 namespace {
 
