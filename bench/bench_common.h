@@ -82,7 +82,7 @@ void register_tally();         // workload 11
 void register_arrow();         // workload 12 (Arrow export and import)
 void register_avro_datums();   // workload 13 (qel; Avro C's rows come with register_avro)
 void register_jsonc();         // json-c rows of workloads 1, 3, 4 and 5 (when found)
-void register_avro();          // Avro C rows of workloads 1, 3, 4, 5 and 12 (when found)
+void register_avro();          // Avro C rows of workloads 1, 3, 4, 5 and 13 (when found)
 void register_glib();          // GLib rows of workload 1 (when found)
 
 // Keeps a value alive for the optimizer without a memory clobber.

@@ -172,6 +172,52 @@ inline void schema_member(const qel_schema *s, int64_t i, const char **name, int
   *multi = static_cast<uint8_t>(e.buf >> 16);
 }
 
+// Which single-record members are ["null", name]: those whose record leads
+// back, through single-record members only, to the record holding them (a
+// cycle such a value must be able to end).  Decided per pair of codes, not
+// per path, so every occurrence of a named record has one definition.
+class nullable_members {
+ public:
+  nullable_members(void *context, qel_schema_resolver resolver) : context_(context), resolver_(resolver) {}
+  // Requires nothing: whether a single member of record code `member` inside
+  // a record of code `holder` is nullable (looked at most
+  // QEL_AVRO_MAX_DEPTH codes deep).
+  bool operator()(uint32_t holder, uint32_t member) {
+    if (holder == member) return true;
+    for (int64_t i = 0; i < known_.size(); ++i)
+      if (known_[i].holder == holder && known_[i].member == member) return known_[i].nullable;
+    bool found = false;
+    vec<uint32_t> seen;
+    seen.push(member);
+    for (int64_t k = 0; k < seen.size() && !found && k < QEL_AVRO_MAX_DEPTH; ++k) {
+      const qel_schema *s = resolver_ != nullptr ? resolver_(context_, seen[k]) : static_cast<qel_schema *>(context_);
+      for (int64_t i = 0; s != nullptr && i < s->count && !found; ++i) {
+        const char *name = nullptr;
+        int64_t len = 0;
+        uint32_t t = 0;
+        uint8_t m = 0;
+        schema_member(s, i, &name, &len, &t, &m);
+        if (m != 0 || (t >= 1 && t <= 9)) continue;  // only single records lead on
+        found = t == holder;
+        bool again = false;
+        for (int64_t j = 0; j < seen.size() && !again; ++j) again = seen[j] == t;
+        if (!again) seen.push(t);
+      }
+    }
+    known_.push(entry{holder, member, found});
+    return found;
+  }
+
+ private:
+  struct entry {
+    uint32_t holder, member;
+    bool nullable;
+  };
+  void *context_;
+  qel_schema_resolver resolver_;
+  vec<entry> known_;
+};
+
 // Internal entry points shared between the sources.
 
 // Requires an initialised stream: qel_avro_write without restoring the

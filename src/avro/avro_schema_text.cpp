@@ -1,7 +1,7 @@
 // The Avro schema (JSON text) of a qel shape.  Each record code is defined
-// once, where it is first met; later it is referred to by name, and as
-// ["null", name] for a single-record member inside its own definition (the
-// writer mirrors this choice, see avro_write.cpp).
+// once, where it is first met; later it is referred to by name.  A
+// single-record member that leads back to its holder is ["null", name]
+// (nullable_members; the writer makes the same choice).
 #include <cinttypes>
 #include <cstdio>
 
@@ -16,7 +16,7 @@ using qel::avro::vec;
 class schema_writer {
  public:
   schema_writer(void *context, qel_schema_resolver resolver, qel_avro_namer namer, unsigned flags, qel_stream *out)
-      : context_(context), resolver_(resolver), namer_(namer), flags_(flags), out_(out) {
+      : context_(context), resolver_(resolver), namer_(namer), flags_(flags), out_(out), nullable_(context, resolver) {
     qel_stream_init(&pool_);
   }
   ~schema_writer() { qel_stream_term(&pool_); }
@@ -78,12 +78,6 @@ class schema_writer {
     return &names_.back();
   }
 
-  bool on_path(uint32_t code) const {
-    for (int64_t i = 0; i < path_.size(); ++i)
-      if (path_[i] == code) return true;
-    return false;
-  }
-
   int record(uint32_t code) {
     bool known = false;
     for (int64_t i = 0; i < names_.size() && !known; ++i) known = names_[i].code == code;
@@ -120,7 +114,7 @@ class schema_writer {
       put_quoted(name, len);
       put(",\"type\":");
       int rc = QEL_AVRO_OK;
-      if (multi == 0 && qel::storage_of(type) == qel::storage::record && on_path(type)) {
+      if (multi == 0 && qel::storage_of(type) == qel::storage::record && nullable_(code, type)) {
         put("[\"null\",");
         rc = record(type);
         put("]");
@@ -143,6 +137,7 @@ class schema_writer {
   qel_stream pool_;  // record names, back to back
   vec<name_entry> names_;
   vec<uint32_t> path_;  // record codes being defined, outermost first
+  qel::avro::nullable_members nullable_;
 };
 
 }  // namespace

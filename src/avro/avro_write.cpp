@@ -22,16 +22,16 @@ struct code_path {
   uint32_t code;
 };
 
-bool on_path(const code_path *p, uint32_t code) {
-  for (; p != nullptr; p = p->up)
-    if (p->code == code) return true;
-  return false;
-}
-
 class writer {
  public:
   writer(qel_stream *out, void *context, qel_schema_resolver resolver, unsigned flags, qel_avro_error *err)
-      : out_(out), context_(context), resolver_(resolver), flags_(flags), err_(err), start_(out->length) {}
+      : out_(out),
+        context_(context),
+        resolver_(resolver),
+        flags_(flags),
+        err_(err),
+        start_(out->length),
+        nullable_(context, resolver) {}
 
   // Requires a variant: writes it, or returns the error.
   int value(const qel_var *v, const code_path *codes, const path_step *at, int depth) {
@@ -168,7 +168,7 @@ class writer {
       matched += ok ? 1 : 0;
       if (!ok && !loose) return fail(QEL_AVRO_ERR_MEMBERS, &step, "expected the member its schema lists");
       int rc = QEL_AVRO_OK;
-      if (multi == 0 && qel::storage_of(type) == qel::storage::record && on_path(&here, type)) {
+      if (multi == 0 && qel::storage_of(type) == qel::storage::record && nullable_(v->type, type)) {
         const bool some = ok && qel_var_member_count(m) > 0;
         put_long(out_, some ? 1 : 0);  // ["null", record]
         if (some) rc = record(m, &here, &step, depth + 1);
@@ -210,7 +210,7 @@ class writer {
       uint32_t t = 0;
       uint8_t m = 0;
       qel::avro::schema_member(schema, i, &name, &len, &t, &m);
-      if (m == 0 && qel::storage_of(t) == qel::storage::record && on_path(&here, t)) {
+      if (m == 0 && qel::storage_of(t) == qel::storage::record && nullable_(type, t)) {
         put_long(out_, 0);  // ["null", record]: null
         continue;
       }
@@ -231,6 +231,7 @@ class writer {
   unsigned flags_;
   qel_avro_error *err_;
   int64_t start_;
+  qel::avro::nullable_members nullable_;
 };
 
 }  // namespace
