@@ -136,6 +136,8 @@ TEST_F(Json, NumbersAreShortestAndExact) {
   EXPECT_EQ(qel_var_get_double(d, 0), 1.0);
   EXPECT_EQ(read(d, "1.000000000000000111022302462515654042363166809082031250000001"), 0);
   EXPECT_EQ(qel_var_get_double(d, 0), 1.0000000000000002);
+  EXPECT_EQ(read(f, "8388608.5"), 0);  // a tie with a fraction: to even
+  EXPECT_EQ(qel_var_get_float(f, 0), 8388608.0f);
   EXPECT_EQ(read(f, "1.00000005960464477539062501"), 0);
   EXPECT_EQ(qel_var_get_float(f, 0), 1.00000012f);
   EXPECT_EQ(read(d, "2.5e-324"), 0);  // just above half the least subnormal
@@ -300,7 +302,11 @@ TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
       {"{\"id\": 1,}", QEL_JSON_ERR_SYNTAX, 1, 10},
       {"{\"id\": 1} {}", QEL_JSON_ERR_SYNTAX, 1, 11},
       {"{\"id\": -}", QEL_JSON_ERR_SYNTAX, 1, 8, 0, "expected an integer for member \"id\", found '-'"},
-      {"{\"name\": nul}", QEL_JSON_ERR_SYNTAX, 1, 10, 0, "expected a string for member \"name\", found 'nul'"},
+      {"{\"name\": nulZ}", QEL_JSON_ERR_SYNTAX, 1, 10, 0, "expected a string for member \"name\", found 'nulZ'"},
+      {"{\"score\": 1.5.}", QEL_JSON_ERR_SYNTAX, 1, 14, 0,
+       "expected the end of the number for member \"score\", found '.'"},
+      {"{\"tags\": [\"a\", \"b\"]}", QEL_JSON_ERR_SYNTAX, 1, 16, 0,
+       "expected a string for member \"tags\", found the end of the text", 15},
       {"not json at all", QEL_JSON_ERR_SYNTAX, 1, 1, 0, "expected an object, found 'not'"},
       {"nothing", QEL_JSON_ERR_SYNTAX, 1, 1, 0, "expected an object, found 'not'", 3},
       {"{\"name\": \"a", QEL_JSON_ERR_SYNTAX, 1, 12},
