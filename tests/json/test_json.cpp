@@ -228,10 +228,7 @@ TEST_F(Json, ReadsIntoTheShapeOfTheDestination) {
 // A read that creates members builds each as qel_var_new_x would (nested
 // records through the resolver) and no member the text does not name.
 TEST_F(Json, CreatedMembersAreBuiltThroughTheResolver) {
-  qel_schema *tree = qel_var_schema_new();  // 10: name:7 child:10 next:10
-  qel_var_schema_add(tree, "name", 4, 7, 0);
-  qel_var_schema_add(tree, "child", 5, 10, 0);
-  qel_var_schema_add(tree, "next", 4, 10, 0);
+  qel_schema *tree = qel_test::schema_of({{"name", 7, 0}, {"child", 10, 0}, {"next", 10, 0}});
   auto trees = [](void *t, uint32_t) { return static_cast<qel_schema *>(t); };
   auto read_tree = [&](qel_var *v, const char *text) { return qel_json_read(v, text, -1, tree, trees, 0, &err_); };
   qel_var *r = qel_var_new_x(10, 0, tree, trees);
@@ -334,9 +331,7 @@ TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
     EXPECT_EQ(err_.column, c.column) << c.text << ": " << err_.message;
     const std::string prefix = "line " + std::to_string(c.line) + ", column " + std::to_string(c.column) + ": ";
     EXPECT_EQ(err_.message, prefix + qel_json_error_cause(&err_));
-    if (c.cause != nullptr) {
-      EXPECT_STREQ(qel_json_error_cause(&err_), c.cause);
-    }
+    EXPECT_STREQ(qel_json_error_cause(&err_), c.cause != nullptr ? c.cause : qel_json_error_cause(&err_));
     EXPECT_EQ(write(r), before) << c.text;
   }
   // Both flags pass a text that names every member without a null; without
