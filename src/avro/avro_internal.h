@@ -57,13 +57,17 @@ inline void put_long(qel_stream *s, int64_t v) {
 
 // ---- a growable array of trivially copyable values ----
 
+// The first 8 values live inside the object, so short lists cost no
+// allocation (a writer's per-record bookkeeping above all).
 template <class T>
 class vec {
   static_assert(std::is_trivially_copyable_v<T>);
 
  public:
   vec() = default;
-  ~vec() { qel_free(items_); }
+  ~vec() {
+    if (items_ != inline_) qel_free(items_);
+  }
   vec(const vec &) = delete;
   vec &operator=(const vec &) = delete;
   void push(const T &v) {
@@ -79,16 +83,17 @@ class vec {
 
  private:
   void grow() {
-    const int64_t cap = capacity_ == 0 ? 8 : 2 * capacity_;
+    const int64_t cap = 2 * capacity_;
     T *p = static_cast<T *>(qel_malloc(sizeof(T) * static_cast<size_t>(cap)));
-    if (count_ > 0) std::memcpy(static_cast<void *>(p), items_, sizeof(T) * static_cast<size_t>(count_));
-    qel_free(items_);
+    std::memcpy(static_cast<void *>(p), items_, sizeof(T) * static_cast<size_t>(count_));
+    if (items_ != inline_) qel_free(items_);
     items_ = p;
     capacity_ = cap;
   }
-  T *items_ = nullptr;
+  T inline_[8];
+  T *items_ = inline_;
   int64_t count_ = 0;
-  int64_t capacity_ = 0;
+  int64_t capacity_ = 8;
 };
 
 // ---- errors and paths ----
