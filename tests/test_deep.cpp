@@ -1,10 +1,11 @@
 // A tree as deep as callers can build it is freed, copied (also from inside
-// itself), appended, compared, checked for equality and shrunk on a thread
+// itself), appended, compared, checked for equality, written as JSON and shrunk on a thread
 // with a 256 KiB stack: no walk may recurse once per level.  Under the asan
 // preset every frame takes several times more stack, so a recursion a few
 // thousand levels deep fails there.
 #include <pthread.h>
 #include <qel.h>
+#include <qel_json.h>
 
 #include <gtest/gtest.h>
 
@@ -53,12 +54,18 @@ qel_var *deep_tree() {
 
 struct outcome {
   int copy_equal = -1, changed_equal = -1, cmp = -1, appended_equal = -1, levels_after_inner_copy = -1;
-  int64_t inner_value = -1, shrunk_members = -1;
+  int64_t inner_value = -1, shrunk_members = -1, json_length = -1;
+  int json_rc = -1;
 };
 
 void *walk_deep_tree(void *arg) {
   auto *out = static_cast<outcome *>(arg);
   qel_var *tree = deep_tree();
+  qel_stream text;
+  qel_stream_init(&text);
+  out->json_rc = qel_json_write(tree, &text, 0);
+  out->json_length = text.length;
+  qel_stream_term(&text);
   qel_var *copy = qel_var_new(12, 0);
   qel_var_copy(copy, tree);
   out->copy_equal = qel_var_equal(copy, tree);
@@ -101,7 +108,10 @@ TEST(Deep, WalksNeedNoStackPerLevel) {
   EXPECT_EQ(out.appended_equal, 1);
   EXPECT_EQ(out.inner_value, 8);
   EXPECT_EQ(out.levels_after_inner_copy, kLevels - 2);
-  EXPECT_EQ(out.shrunk_members, 1);  // the name stays, without its member
+  EXPECT_EQ(out.shrunk_members, 1);
+  EXPECT_EQ(out.json_rc, QEL_JSON_OK);
+  EXPECT_EQ(out.json_length, int64_t{kLevels} / 2 * 8 +
+                                 7);  // {"a":[ ... ]} per pair, {"n":7} inside  // the name stays, without its member
 }
 
 }  // namespace

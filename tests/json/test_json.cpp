@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <qel_json.h>
 
-#include <pthread.h>
-
 #include <bit>
 #include <clocale>
 #include <cmath>
@@ -178,14 +176,6 @@ TEST_F(Json, WriteErrorsAppendNothing) {
   EXPECT_EQ(write(s, QEL_JSON_ESCAPE_BYTES), "[\"\\u00ed\\u00a0\\u0080\",\"\\u00e2\\u0082\"]");
   qel_var_free(v);
   qel_var_free(s);
-  qel_var *deep = qel_var_new(12, 0);  // nested deeper than construction goes, by hand
-  for (int i = 0; i < 300; ++i) {
-    qel_var *up = qel_var_new(12, 0);
-    add_member(up, "c", deep);
-    deep = up;
-  }
-  EXPECT_EQ(write(deep).size(), 300u * 6 + 2);
-  qel_var_free(deep);
 }
 
 TEST_F(Json, ReadsIntoTheShapeOfTheDestination) {
@@ -348,33 +338,6 @@ TEST_F(Json, ErrorsNamePlaceAndCauseAndChangeNothing) {
   EXPECT_EQ(read(r, "{\"name\": \"secret-token\", \"id\": 1.5}"), QEL_JSON_ERR_RANGE);
   EXPECT_EQ(std::string(static_cast<const char *>(qel_var_buffer(name)), 20), std::string(20, '\0'));
   qel_var_free(r);
-}
-
-// Writing walks any depth without recursion: a record nested 10^6 deep is
-// written on a thread with a 256 KiB stack.
-TEST_F(Json, DeepNestingIsWrittenOnASmallStack) {
-  qel_var *root = qel_var_new(12, 0), *leaf = qel_var_new(12, 0), *at = root;
-  for (int i = 1; i < 1000000; ++i, at = qel_var_get_val(at, "c", 1)) qel_var_set_val(at, "c", 1, leaf);
-  struct job {
-    qel_var *root;
-    qel_stream *out;
-    int rc;
-  } work{root, &out_, -1};
-  pthread_attr_t attr;
-  pthread_attr_init(&attr);
-  pthread_attr_setstacksize(&attr, 256 * 1024);
-  pthread_t thread;
-  auto run = [](void *w) -> void * {
-    static_cast<job *>(w)->rc = qel_json_write(static_cast<job *>(w)->root, static_cast<job *>(w)->out, 0);
-    return nullptr;
-  };
-  ASSERT_EQ(pthread_create(&thread, &attr, run, &work), 0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attr);
-  EXPECT_EQ(work.rc, QEL_JSON_OK);
-  EXPECT_EQ(out_.length, 999999 * 6 + 2);
-  qel_var_free(root);
-  qel_var_free(leaf);
 }
 
 TEST_F(Json, NumbersIgnoreTheLocale) {
