@@ -130,7 +130,7 @@ int write_file(const char *path, int codec, const qel_var *all, qel_avro_error &
 #if QEL_CROSS_AVRO_C
 // Avro C's generic value of the same values, by the schema's shape.
 void to_avro(const qel_var *v, int64_t i, avro_value_t *a) {
-  switch (avro_value_get_type(a)) {
+  switch (a->iface->get_type(a->iface, a->self)) {  // not the macro: its ?: trips -Wsign-conversion
     case AVRO_RECORD: {
       size_t n = 0;
       avro_value_get_size(a, &n);
