@@ -58,9 +58,9 @@ struct col {
 };
 
 // A schema from "name:code name:code* ..." ('*' marks the multi form).
-inline qel_schema *schema(const char *spec) {
+inline qel_schema *schema(const char *members) {
   qel_schema *s = qel_var_schema_new();
-  for (const char *p = spec; *p != '\0';) {
+  for (const char *p = members; *p != '\0';) {
     const char *colon = std::strchr(p, ':');
     char *end = nullptr;
     const auto code = static_cast<uint32_t>(std::strtoul(colon + 1, &end, 10));
